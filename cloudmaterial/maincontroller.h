@@ -1,0 +1,93 @@
+#pragma once
+
+#include "rxcloudmaterial_export.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+class IRXRuntime;
+class QDrag;
+class QWidget;
+
+namespace talvor::cloudmaterial {
+
+class MultimachineProxyClient;
+class MultimachineProxyServer;
+class WorkerPool;
+
+/**
+ * The module's central controller: owns every other part of the module and ties them
+ * together. Hosts normally call MainControllerWrapper, which applies the machine's role
+ * in a group of machines before passing calls on to this class.
+ */
+class RXCLOUDMATERIAL_EXPORT MainController : public QObject
+{
+    Q_OBJECT
+
+public:
+    using StarDragCallback = std::function<void(const std::string &, QDrag *)>;
+
+    static MainController &instance();
+    ~MainController() override;
+
+    void setRXRuntime(IRXRuntime *runtime, MultimachineProxyClient *client, MultimachineProxyServer *server);
+    void setAppConfigPath(const std::string &path);
+    void setAppVersion(const std::string &version);
+    void setDeviceName(const std::string &name);
+    void setSerialNumber(const std::string &serialNumber);
+    /** Maps the host's language code to the module's ("zh_CN" -> "cn", ...); others are kept. */
+    void setCurrentLanguage(std::string_view code);
+    void setCloudMaterialFolderPath(const std::string &path);
+    void updateVolume(int volume);
+    void setStarDragCallback(const StarDragCallback &callback);
+
+    void login();
+    /** Resumes the saved session; false when there is none or it cannot be resumed. */
+    bool autoLogin();
+    void exitLoginVerify();
+    QWidget *cloudMaterialList();
+    void loadTheme(const std::string &themeFile);
+    void clear();
+    bool isNetworkAvailable() const;
+    /** Starts cloud messaging on the worker thread and returns at once. */
+    void startMqtt();
+
+    std::string token() const;
+    std::string userId() const;
+    std::string node() const;
+
+    // What the controller was last given, for the host and for diagnostics.
+    std::string currentLanguage() const;
+    std::string serialNumber() const;
+    std::string appVersion() const;
+    std::string deviceName() const;
+    std::string cloudMaterialFolderPath() const;
+    int volume() const;
+    bool hasStarDragCallback() const;
+    IRXRuntime *runtime() const;
+    std::shared_ptr<WorkerPool> workerPool() const;
+
+    /** The module's language code for a host language code. */
+    static std::string mapLanguage(std::string_view code);
+
+Q_SIGNALS:
+    void loginSuccess(std::string userName);
+    void exitLoginSuccess();
+    void sigDownloadSuccess(const std::string &id, const std::string &path);
+
+private:
+    MainController();
+    void handleMqtt();
+
+    class Private;
+    std::unique_ptr<Private> const d;
+};
+
+} // namespace talvor::cloudmaterial
+
+// The module's signals carry UTF-8 std::strings, also across threads.
+Q_DECLARE_METATYPE(std::string)
