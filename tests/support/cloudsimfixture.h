@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QString>
+
+#include <memory>
+
+/**
+ * Runs the local cloud (build/bin/cloudsim) for a test, on a port the system chooses, and
+ * makes the whole test process trust the CA it generated, so that plain Qt network code
+ * talks to it over real TLS. The scenario format and the endpoints are in docs/protocol.md.
+ * The control helpers block until cloudsim answers.
+ */
+class CloudSim
+{
+public:
+    CloudSim();
+    ~CloudSim();
+    CloudSim(const CloudSim &) = delete;
+    CloudSim &operator=(const CloudSim &) = delete;
+
+    /** Starts cloudsim on @p scenarioJson (a running one is stopped first). */
+    bool start(const QByteArray &scenarioJson);
+    /** SIGTERM, then a kill if it does not end. Returns true if it ended by itself. */
+    bool stop();
+    bool isRunning() const;
+    qint64 pid() const;
+    /** The exit code of the last run that has ended. */
+    int exitCode() const;
+
+    int port() const;
+    /** "127.0.0.1:<port>": what the module puts after "https://". */
+    QString host() const;
+    QString url(const QString &path) const;
+    QString caFile() const;
+
+    bool addFault(const QJsonObject &fault);
+    bool clearFaults();
+    /** Posts @p json to /control/media (replace, add or remove an account's media). */
+    bool setMedia(const QByteArray &json);
+    /** The requests received so far (control requests excluded). */
+    QJsonArray requests();
+    bool clearRequests();
+
+private:
+    class Private;
+    std::unique_ptr<Private> const d;
+};

@@ -1,0 +1,734 @@
+// The local cloud itself: what it serves is what the module's tests rely on, so it is checked
+// here with plain Qt network code over real TLS, trusting only the CA that cloudsim made.
+
+#include "support/cloudsimfixture.h"
+
+#include <QtTest>
+
+#include <QFile>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QSslConfiguration>
+
+#include <cstdint>
+#include <memory>
+
+namespace {
+
+const QString catalogueQuery = QStringLiteral(
+    "/gateway/cirro?cirro=Rest/Lite/Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1"
+    "&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30&sortType=desc");
+
+// The documented generated content: byte i is byte (i mod 8), little-endian, of
+// splitmix64(i / 8). Written out again here so that the test does not share the server's code.
+std::uint64_t mix(std::uint64_t x)
+{
+    x += 0x9e3779b97f4a7c15ULL;
+    x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
+    return x ^ (x >> 31);
+}
+
+QByteArray pattern(std::uint64_t offset, int size)
+{
+    QByteArray out(size, Qt::Uninitialized);
+    std::uint64_t word = mix(offset / 8);
+    for (int i = 0; i < size; ++i) {
+        const std::uint64_t at = offset + std::uint64_t(i);
+        if (at % 8 == 0)
+            word = mix(at / 8);
+        out[i] = char(word >> (8 * (at % 8)));
+    }
+    return out;
+}
+
+struct Answer
+{
+    bool finished = false;
+    int status = 0;
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    QByteArray body;
+    QNetworkReply *reply = nullptr; // kept alive for header checks; owned by the manager
+    QByteArray header(const QByteArray &name) const { return reply->rawHeader(name); }
+    QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
+};
+
+using Headers = QList<QPair<QByteArray, QByteArray>>;
+
+Headers catalogueHeaders(const QByteArray &token)
+{
+    return {{"source", "mediaserver"}, {"version", "V1.0.0"}, {"Authorization", token}, {"Token", token}};
+}
+
+QByteArray mediaScenario(int count, const QByteArray &token = "tok-1")
+{
+    QJsonArray media;
+    for (int i = 1; i <= count; ++i)
+        media.append(QJsonObject{{"mid", QStringLiteral("m%1").arg(i)},
+                                 {"mediaName", QStringLiteral("clip%1.mp4").arg(i)},
+                                 {"file", QJsonObject{{"size", 100 + i}}}});
+    const QJsonObject account{{"token", QString::fromLatin1(token)}, {"media", media}};
+    return QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson();
+}
+
+QStringList mids(const QJsonObject &catalogue)
+{
+    QStringList list;
+    for (const auto &m : catalogue.value("data").toObject().value("mediaList").toArray())
+        list << m.toObject().value("mid").toString();
+    return list;
+}
+
+// Resident memory of another process, from /proc.
+qint64 statusKiB(qint64 pid, const QByteArray &key)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith(key + ':'))
+            return line.mid(key.size() + 1).trimmed().split(' ').value(0).toLongLong();
+    }
+    return -1;
+}
+
+} // namespace
+
+class TestCloudSim : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void certificateIsTrustedOnlyThroughTheFixture();
+    void catalogueRecordShape();
+    void catalogueHeaderChecks_data();
+    void catalogueHeaderChecks();
+    void catalogueNewestFirstWithLimitAndOffset();
+    void catalogueStatusAsNumber();
+    void unknownGatewayService();
+    void rangeRequests_data();
+    void rangeRequests();
+    void largeFileStreamsInSmallMemory();
+    void faultStatus();
+    void faultErrorBody();
+    void faultDropAfter();
+    void faultWrongLength_data();
+    void faultWrongLength();
+    void faultSlowArrivesInPieces();
+    void faultHangHoldsTheRequestAndStillStops();
+    void faultTimesPrefixAndMethod();
+    void badFaultIsRefused();
+    void runtimeMediaChanges();
+    void requestLogRecordsHeadersAndBody();
+    void echoAndStatus();
+
+private:
+    Answer send(const QString &path, const Headers &headers = {}, const QByteArray &verb = "GET",
+                const QByteArray &body = QByteArray());
+    Answer catalogue(const QByteArray &token, const QString &query = catalogueQuery);
+
+    std::unique_ptr<QNetworkAccessManager> m_manager;
+    CloudSim m_cloud;
+};
+
+void TestCloudSim::init()
+{
+    m_manager = std::make_unique<QNetworkAccessManager>();
+}
+
+void TestCloudSim::cleanup()
+{
+    m_manager.reset();
+    m_cloud.stop();
+}
+
+Answer TestCloudSim::send(const QString &path, const Headers &headers, const QByteArray &verb,
+                          const QByteArray &body)
+{
+    QNetworkRequest request(QUrl(m_cloud.url(path)));
+    for (const auto &h : headers)
+        request.setRawHeader(h.first, h.second);
+    Answer answer;
+    answer.reply = m_manager->sendCustomRequest(request, verb, body);
+    QSignalSpy finished(answer.reply, &QNetworkReply::finished);
+    answer.finished = finished.wait(20000) || answer.reply->isFinished();
+    answer.status = answer.reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    answer.error = answer.reply->error();
+    answer.body = answer.reply->readAll();
+    return answer;
+}
+
+Answer TestCloudSim::catalogue(const QByteArray &token, const QString &query)
+{
+    return send(query, catalogueHeaders(token));
+}
+
+void TestCloudSim::certificateIsTrustedOnlyThroughTheFixture()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    QVERIFY(QFileInfo(m_cloud.caFile()).isAbsolute());
+    const auto ca = QSslCertificate::fromPath(m_cloud.caFile());
+    QCOMPARE(ca.size(), 1);
+
+    // Without the generated CA the same request fails the TLS check: the trust is real.
+    QNetworkRequest request(QUrl(m_cloud.url(QStringLiteral("/echo"))));
+    QSslConfiguration bare = QSslConfiguration::defaultConfiguration();
+    bare.setCaCertificates({});
+    request.setSslConfiguration(bare);
+    // A manager of its own: Qt reuses a connection per host and port, whatever its TLS setup.
+    QNetworkAccessManager untrusting;
+    QNetworkReply *reply = untrusting.get(request);
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QVERIFY(finished.wait(20000));
+    QCOMPARE(reply->error(), QNetworkReply::SslHandshakeFailedError);
+
+    const Answer trusted = send(QStringLiteral("/echo"));
+    QCOMPARE(trusted.error, QNetworkReply::NoError);
+    QCOMPARE(trusted.status, 200);
+    QVERIFY(trusted.reply->sslConfiguration().peerCertificateChain().size() >= 1);
+    QCOMPARE(trusted.reply->sslConfiguration().peerCertificate().issuerInfo(QSslCertificate::CommonName),
+             ca.first().subjectInfo(QSslCertificate::CommonName));
+}
+
+void TestCloudSim::catalogueRecordShape()
+{
+    const QByteArray scenario = R"({"accounts":[{"token":"tok-1","media":[
+        {"mid":"m1","mediaName":"intro clip.mp4","file":{"size":4096}},
+        {"mid":"m2","mediaName":"note.txt","file":{"text":"hello"},
+         "approvalStatus":"5","media_entity":{"width":"0","height":720}}]}]})";
+    QVERIFY(m_cloud.start(scenario));
+    const Answer a = catalogue("tok-1");
+    QCOMPARE(a.status, 200);
+    QVERIFY2(!a.body.contains("\"error\""), a.body.constData());
+
+    const QJsonObject reply = a.json();
+    QCOMPARE(reply.keys(), (QStringList{"data", "http_code", "status"}));
+    QCOMPARE(reply.value("http_code").toInt(), 200);
+    QCOMPARE(reply.value("status").toString(), QStringLiteral("success"));
+    const QJsonObject data = reply.value("data").toObject();
+    QCOMPARE(data.keys(), (QStringList{"count", "mediaList"}));
+    QCOMPARE(data.value("count").toInt(), 2);
+    const QJsonArray list = data.value("mediaList").toArray();
+    QCOMPARE(list.size(), 2);
+
+    // Newest first: m2 was written last.
+    const QJsonObject m2 = list.at(0).toObject();
+    const QJsonObject m1 = list.at(1).toObject();
+    QStringList recordKeys{"mid", "oid", "create_uid", "approvalStatus", "mediaName", "mediaType",
+                           "media_entity", "workgroup", "isMediaSupported", "ossDir", "bigPictureAddress",
+                           "pictureAddress", "pictureDafaultAddress"};
+    QStringList entityKeys{"mid", "size", "height", "width", "thumb_image_url", "unique", "duration_time",
+                           "video_support_platform"};
+    // The wire order is the cloud's, which QJsonObject does not keep: check it on the text of
+    // a reply that holds one record, key after key, the entity's keys inside media_entity.
+    const QByteArray one = catalogue("tok-1", QStringLiteral("/gateway/cirro?cirro=Rest/Lite/Medias?search=intro"
+                                                             "&offset=0&limit=50"))
+                               .body;
+    QCOMPARE(mids(QJsonDocument::fromJson(one).object()), QStringList{"m1"});
+    int last = 0;
+    for (const QString &key : recordKeys) {
+        const int at = int(one.indexOf("\"" + key.toUtf8() + "\":", last));
+        QVERIFY2(at >= last, qPrintable(key));
+        last = at;
+        if (key == "media_entity") {
+            int inner = at;
+            for (const QString &entityKey : entityKeys) {
+                const int e = int(one.indexOf("\"" + entityKey.toUtf8() + "\":", inner));
+                QVERIFY2(e > inner, qPrintable(entityKey));
+                inner = e;
+            }
+            last = inner;
+        }
+    }
+    std::sort(recordKeys.begin(), recordKeys.end());
+    std::sort(entityKeys.begin(), entityKeys.end());
+    QCOMPARE(m1.keys(), recordKeys);
+    QCOMPARE(m1.value("media_entity").toObject().keys(), entityKeys);
+
+    // The cloud's mixed types.
+    QVERIFY(m1.value("approvalStatus").isString());
+    QCOMPARE(m1.value("approvalStatus").toString(), QStringLiteral("2"));
+    QVERIFY(m1.value("mediaType").isDouble());
+    const QJsonObject e1 = m1.value("media_entity").toObject();
+    QVERIFY(e1.value("size").isDouble());
+    QCOMPARE(e1.value("size").toInt(), 4096);
+    QCOMPARE(e1.value("width").toString(), QStringLiteral("1920"));
+    QCOMPARE(e1.value("height").toString(), QStringLiteral("1080"));
+    QCOMPARE(e1.value("mid").toString(), QStringLiteral("m1"));
+
+    // Scenario fields win verbatim, whatever their type.
+    QCOMPARE(m2.value("approvalStatus").toString(), QStringLiteral("5"));
+    const QJsonObject e2 = m2.value("media_entity").toObject();
+    QCOMPARE(e2.value("width").toString(), QStringLiteral("0"));
+    QVERIFY(e2.value("height").isDouble());
+    QCOMPARE(e2.value("height").toInt(), 720);
+    QCOMPARE(e2.value("size").toInt(), 5);
+
+    // The addresses that cloudsim fills in lead to the bytes and to a picture.
+    const QString ossDir = m1.value("ossDir").toString();
+    QCOMPARE(ossDir, m_cloud.url(QStringLiteral("/files/m1/intro%20clip.mp4")));
+    const Answer file = send(QUrl(ossDir).path(QUrl::FullyEncoded));
+    QCOMPARE(file.status, 200);
+    QCOMPARE(file.body, pattern(0, 4096));
+    const Answer text = send(QUrl(m2.value("ossDir").toString()).path());
+    QCOMPARE(text.body, QByteArray("hello"));
+
+    const QUrl thumb(e1.value("thumb_image_url").toString());
+    QCOMPARE(thumb.host(), QStringLiteral("127.0.0.1"));
+    QCOMPARE(thumb.port(), m_cloud.port());
+    QCOMPARE(m1.value("pictureDafaultAddress").toString(), thumb.toString());
+    const Answer png = send(thumb.path());
+    QCOMPARE(png.status, 200);
+    QCOMPARE(png.header("Content-Type"), QByteArray("image/png"));
+    QImage image;
+    QVERIFY(image.loadFromData(png.body, "PNG"));
+    QCOMPARE(image.size(), QSize(16, 16));
+    // Each medium's thumbnail has a colour of its own.
+    const Answer otherPng = send(QUrl(e2.value("thumb_image_url").toString()).path());
+    QImage other;
+    QVERIFY(other.loadFromData(otherPng.body, "PNG"));
+    QVERIFY(other.pixel(0, 0) != image.pixel(0, 0));
+}
+
+void TestCloudSim::catalogueHeaderChecks_data()
+{
+    QTest::addColumn<Headers>("headers");
+    QTest::addColumn<int>("httpCode");
+
+    QTest::newRow("all four") << catalogueHeaders("tok-1") << 200;
+    QTest::newRow("no source") << Headers{{"version", "V1.0.0"}, {"Authorization", "tok-1"}, {"Token", "tok-1"}}
+                               << 400;
+    QTest::newRow("wrong source") << Headers{{"source", "web"}, {"version", "V1.0.0"}, {"Authorization", "tok-1"},
+                                             {"Token", "tok-1"}}
+                                  << 400;
+    QTest::newRow("wrong version") << Headers{{"source", "mediaserver"}, {"version", "V2.0.0"},
+                                              {"Authorization", "tok-1"}, {"Token", "tok-1"}}
+                                   << 400;
+    QTest::newRow("no Authorization") << Headers{{"source", "mediaserver"}, {"version", "V1.0.0"}, {"Token", "tok-1"}}
+                                      << 401;
+    QTest::newRow("no Token") << Headers{{"source", "mediaserver"}, {"version", "V1.0.0"}, {"Authorization", "tok-1"}}
+                              << 401;
+    QTest::newRow("Token differs") << Headers{{"source", "mediaserver"}, {"version", "V1.0.0"},
+                                              {"Authorization", "tok-1"}, {"Token", "tok-2"}}
+                                   << 401;
+    QTest::newRow("unknown token") << catalogueHeaders("tok-9") << 401;
+}
+
+void TestCloudSim::catalogueHeaderChecks()
+{
+    QFETCH(Headers, headers);
+    QFETCH(int, httpCode);
+    QVERIFY(m_cloud.start(mediaScenario(2)));
+    const Answer a = send(catalogueQuery, headers);
+    // The gateway refuses inside a 200, as the cloud does.
+    QCOMPARE(a.status, 200);
+    const QJsonObject reply = a.json();
+    QCOMPARE(reply.value("http_code").toInt(), httpCode);
+    if (httpCode == 200) {
+        QCOMPARE(mids(reply), (QStringList{"m2", "m1"}));
+        QVERIFY(!a.body.contains("\"error\""));
+    } else {
+        QCOMPARE(reply.value("status").toString(), QStringLiteral("fail"));
+        QVERIFY(a.body.contains("\"error\""));
+        QVERIFY(!reply.contains("data"));
+    }
+}
+
+void TestCloudSim::catalogueNewestFirstWithLimitAndOffset()
+{
+    QVERIFY(m_cloud.start(mediaScenario(60)));
+    const QJsonObject first = catalogue("tok-1").json();
+    QCOMPARE(first.value("data").toObject().value("count").toInt(), 60);
+    const QStringList page = mids(first);
+    QCOMPARE(page.size(), 50);
+    QCOMPARE(page.first(), QStringLiteral("m60"));
+    QCOMPARE(page.last(), QStringLiteral("m11"));
+
+    const QJsonObject tail = catalogue("tok-1", QStringLiteral("/gateway/cirro?cirro=Rest/Lite/Medias?search="
+                                                               "&offset=57&limit=50&sortType=desc"))
+                                 .json();
+    QCOMPARE(mids(tail), (QStringList{"m3", "m2", "m1"}));
+    QCOMPARE(tail.value("data").toObject().value("count").toInt(), 60);
+
+    const QJsonObject oldest = catalogue("tok-1", QStringLiteral("/gateway/cirro?cirro=Rest/Lite/Medias?search="
+                                                                 "&offset=0&limit=2&sortType=asc"))
+                                   .json();
+    QCOMPARE(mids(oldest), (QStringList{"m1", "m2"}));
+
+    // A client that encodes the whole service path is understood the same way.
+    const QJsonObject encoded = catalogue("tok-1", QStringLiteral("/gateway/cirro?cirro=Rest%2FLite%2FMedias%3F"
+                                                                  "search%3D%26offset%3D1%26limit%3D2"))
+                                    .json();
+    QCOMPARE(mids(encoded), (QStringList{"m59", "m58"}));
+
+    const QJsonObject searched = catalogue("tok-1", QStringLiteral("/gateway/cirro?cirro=Rest/Lite/Medias?search="
+                                                                   "clip5&offset=0&limit=50"))
+                                     .json();
+    QCOMPARE(mids(searched), (QStringList{"m59", "m58", "m57", "m56", "m55", "m54", "m53", "m52", "m51", "m50",
+                                          "m5"}));
+}
+
+void TestCloudSim::catalogueStatusAsNumber()
+{
+    QVERIFY(m_cloud.start(R"({"accounts":[{"token":"tok-1","status":1,"media":[{"mid":"a"}]}]})"));
+    const QJsonObject reply = catalogue("tok-1").json();
+    QVERIFY(reply.value("status").isDouble());
+    QCOMPARE(reply.value("status").toInt(), 1);
+    QCOMPARE(mids(reply), QStringList{"a"});
+    // Without a file, a medium still has 1024 generated bytes.
+    const auto entity = reply.value("data").toObject().value("mediaList").toArray().at(0).toObject().value(
+        "media_entity").toObject();
+    QCOMPARE(entity.value("size").toInt(), 1024);
+    QCOMPARE(send(QStringLiteral("/files/a/a.bin")).body, pattern(0, 1024));
+}
+
+void TestCloudSim::unknownGatewayService()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    const Answer a = send(QStringLiteral("/gateway/cirro?cirro=Rest/Lite/Nothing?x=1"), catalogueHeaders("tok-1"));
+    QCOMPARE(a.status, 404);
+    QCOMPARE(a.json().value("http_code").toInt(), 404);
+    QCOMPARE(send(QStringLiteral("/nowhere")).status, 404);
+    QCOMPARE(send(QStringLiteral("/files/unknown/x.bin")).status, 404);
+}
+
+void TestCloudSim::rangeRequests_data()
+{
+    QTest::addColumn<QByteArray>("range");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<qint64>("from");
+    QTest::addColumn<int>("length");
+
+    QTest::newRow("none") << QByteArray() << 200 << qint64(0) << 5000;
+    QTest::newRow("from start") << QByteArray("bytes=0-") << 206 << qint64(0) << 5000;
+    QTest::newRow("from offset") << QByteArray("bytes=1237-") << 206 << qint64(1237) << 3763;
+    QTest::newRow("window") << QByteArray("bytes=8-15") << 206 << qint64(8) << 8;
+    QTest::newRow("odd window") << QByteArray("bytes=4093-4101") << 206 << qint64(4093) << 9;
+    QTest::newRow("last byte") << QByteArray("bytes=4999-") << 206 << qint64(4999) << 1;
+    QTest::newRow("end clamped") << QByteArray("bytes=4990-9999") << 206 << qint64(4990) << 10;
+    QTest::newRow("suffix") << QByteArray("bytes=-7") << 206 << qint64(4993) << 7;
+    QTest::newRow("past the end") << QByteArray("bytes=5000-") << 416 << qint64(0) << 0;
+}
+
+void TestCloudSim::rangeRequests()
+{
+    QFETCH(QByteArray, range);
+    QFETCH(int, status);
+    QFETCH(qint64, from);
+    QFETCH(int, length);
+    QVERIFY(m_cloud.start(R"({"files":[{"name":"data.bin","size":5000}]})"));
+
+    Headers headers;
+    if (!range.isEmpty())
+        headers.append({"Range", range});
+    const Answer a = send(QStringLiteral("/files/data.bin"), headers);
+    QCOMPARE(a.status, status);
+    if (status == 416) {
+        QCOMPARE(a.header("Content-Range"), QByteArray("bytes */5000"));
+        return;
+    }
+    QCOMPARE(a.header("Content-Length").toLongLong(), qint64(length));
+    QCOMPARE(a.body.size(), length);
+    QCOMPARE(a.body, pattern(std::uint64_t(from), length));
+    if (status == 206) {
+        QCOMPARE(a.header("Content-Range"),
+                 QStringLiteral("bytes %1-%2/5000").arg(from).arg(from + length - 1).toLatin1());
+    } else {
+        QVERIFY(!a.reply->hasRawHeader("Content-Range"));
+    }
+}
+
+void TestCloudSim::largeFileStreamsInSmallMemory()
+{
+    const qint64 size = 512LL * 1024 * 1024;
+    QVERIFY(m_cloud.start(QStringLiteral(R"({"files":[{"name":"big.bin","size":%1}]})").arg(size).toUtf8()));
+
+    QNetworkReply *reply = m_manager->get(QNetworkRequest(QUrl(m_cloud.url(QStringLiteral("/files/big.bin")))));
+    // Small read buffer: the test process must not hold the file either.
+    reply->setReadBufferSize(1 << 20);
+    qint64 received = 0;
+    bool same = true;
+    QObject::connect(reply, &QNetworkReply::readyRead, this, [&] {
+        const QByteArray chunk = reply->readAll();
+        // Every byte is compared, so a gap or a repeat anywhere in the stream is caught.
+        if (same && chunk != pattern(std::uint64_t(received), chunk.size()))
+            same = false;
+        received += chunk.size();
+    });
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QVERIFY(finished.wait(600000));
+    QCOMPARE(reply->error(), QNetworkReply::NoError);
+    QCOMPARE(reply->header(QNetworkRequest::ContentLengthHeader).toLongLong(), size);
+    QCOMPARE(received, size);
+    QVERIFY(same);
+
+    // The peak resident size of the whole run stays far below the file's size.
+    const qint64 peakKiB = statusKiB(m_cloud.pid(), "VmHWM");
+    QVERIFY(peakKiB > 0);
+    QVERIFY2(peakKiB < 64 * 1024, qPrintable(QStringLiteral("cloudsim peak RSS %1 KiB").arg(peakKiB)));
+}
+
+void TestCloudSim::faultStatus()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "status"}, {"path", "/files/m1/clip1.mp4"}, {"status", 404},
+                                         {"body", R"({"code":404,"msg":"no such object"})"}}));
+    const Answer a = send(QStringLiteral("/files/m1/clip1.mp4"));
+    QCOMPARE(a.status, 404);
+    QCOMPARE(a.error, QNetworkReply::ContentNotFoundError);
+    QCOMPARE(a.body, QByteArray(R"({"code":404,"msg":"no such object"})"));
+
+    // Unlimited until cleared; other paths are untouched.
+    QCOMPARE(send(QStringLiteral("/files/m1/clip1.mp4")).status, 404);
+    QCOMPARE(send(QStringLiteral("/echo")).status, 200);
+    QVERIFY(m_cloud.clearFaults());
+    const Answer after = send(QStringLiteral("/files/m1/clip1.mp4"));
+    QCOMPARE(after.status, 200);
+    QCOMPARE(after.body, pattern(0, 101));
+}
+
+void TestCloudSim::faultErrorBody()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "error_body"}, {"path", "/gateway/cirro"}}));
+    const Answer a = catalogue("tok-1");
+    QCOMPARE(a.status, 200);
+    QCOMPARE(a.error, QNetworkReply::NoError);
+    QVERIFY(a.body.contains("\"error\""));
+    QVERIFY(!a.json().contains("data"));
+
+    // A body of the test's own choice, given as JSON.
+    QVERIFY(m_cloud.clearFaults());
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "error_body"}, {"path", "/echo"},
+                                         {"body", QJsonObject{{"error", "quota"}, {"code", 7}}}}));
+    const Answer own = send(QStringLiteral("/echo"));
+    QCOMPARE(own.status, 200);
+    QCOMPARE(own.json(), (QJsonObject{{"error", "quota"}, {"code", 7}}));
+}
+
+void TestCloudSim::faultDropAfter()
+{
+    QVERIFY(m_cloud.start(R"({"files":[{"name":"f.bin","size":1048576}]})"));
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "drop_after"}, {"path", "/files/f.bin"}, {"bytes", 1000}}));
+    const Answer a = send(QStringLiteral("/files/f.bin"));
+    QVERIFY(a.finished);
+    QCOMPARE(a.status, 200);
+    // The full length is announced, then the connection ends early.
+    QCOMPARE(a.header("Content-Length"), QByteArray("1048576"));
+    QVERIFY(a.error != QNetworkReply::NoError);
+    QCOMPARE(a.body.size(), 1000);
+    QCOMPARE(a.body, pattern(0, 1000));
+
+    // With a range the count starts at the range.
+    const Answer ranged = send(QStringLiteral("/files/f.bin"), {{"Range", "bytes=5000-"}});
+    QCOMPARE(ranged.status, 206);
+    QCOMPARE(ranged.header("Content-Length"), QByteArray::number(1048576 - 5000));
+    QCOMPARE(ranged.body, pattern(5000, 1000));
+    QVERIFY(ranged.error != QNetworkReply::NoError);
+}
+
+void TestCloudSim::faultWrongLength_data()
+{
+    QTest::addColumn<QJsonObject>("fault");
+    QTest::addColumn<QByteArray>("announced");
+    QTest::addColumn<int>("bodySize");
+    QTest::addColumn<bool>("fails");
+
+    // More announced than sent: the client sees the connection end early.
+    QTest::newRow("default delta") << QJsonObject{{"kind", "wrong_length"}, {"path", "/files/f.bin"}}
+                                   << QByteArray("3100") << 3000 << true;
+    QTest::newRow("length above") << QJsonObject{{"kind", "wrong_length"}, {"path", "/files/f.bin"},
+                                                 {"length", 4000}}
+                                  << QByteArray("4000") << 3000 << true;
+    // Less announced than sent: the client reads the announced bytes and stops there.
+    QTest::newRow("length below") << QJsonObject{{"kind", "wrong_length"}, {"path", "/files/f.bin"},
+                                                 {"length", 10}}
+                                  << QByteArray("10") << 10 << false;
+    QTest::newRow("negative delta") << QJsonObject{{"kind", "wrong_length"}, {"path", "/files/f.bin"},
+                                                   {"delta", -2990}}
+                                    << QByteArray("10") << 10 << false;
+}
+
+void TestCloudSim::faultWrongLength()
+{
+    QFETCH(QJsonObject, fault);
+    QFETCH(QByteArray, announced);
+    QFETCH(int, bodySize);
+    QFETCH(bool, fails);
+    QVERIFY(m_cloud.start(R"({"files":[{"name":"f.bin","size":3000}]})"));
+    QVERIFY(m_cloud.addFault(fault));
+    const Answer a = send(QStringLiteral("/files/f.bin"));
+    QVERIFY(a.finished);
+    QCOMPARE(a.status, 200);
+    QCOMPARE(a.header("Content-Length"), announced);
+    QCOMPARE(a.body, pattern(0, bodySize));
+    QCOMPARE(a.error != QNetworkReply::NoError, fails);
+
+    // The connection was closed: the next request is served normally on a new one.
+    QVERIFY(m_cloud.clearFaults());
+    QCOMPARE(send(QStringLiteral("/files/f.bin")).body, pattern(0, 3000));
+}
+
+void TestCloudSim::faultSlowArrivesInPieces()
+{
+    QVERIFY(m_cloud.start(R"({"files":[{"name":"f.bin","size":3000}]})"));
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 6000}}));
+    QNetworkReply *reply = m_manager->get(QNetworkRequest(QUrl(m_cloud.url(QStringLiteral("/files/f.bin")))));
+    QByteArray body;
+    int pieces = 0;
+    QObject::connect(reply, &QNetworkReply::readyRead, this, [&] {
+        body += reply->readAll();
+        ++pieces;
+    });
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QVERIFY(finished.wait(60000));
+    QCOMPARE(reply->error(), QNetworkReply::NoError);
+    QCOMPARE(body, pattern(0, 3000));
+    // 300-byte steps with a pause after each: the client sees them one by one.
+    QVERIFY2(pieces >= 5, qPrintable(QString::number(pieces)));
+}
+
+void TestCloudSim::faultHangHoldsTheRequestAndStillStops()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "hang"}, {"path", "/gateway/cirro"}}));
+    QNetworkRequest request(QUrl(m_cloud.url(catalogueQuery)));
+    for (const auto &h : catalogueHeaders("tok-1"))
+        request.setRawHeader(h.first, h.second);
+    QNetworkReply *hanging = m_manager->get(request);
+    QSignalSpy finished(hanging, &QNetworkReply::finished);
+    QVERIFY(!finished.wait(2000));
+    QVERIFY(!hanging->isFinished());
+
+    // The rest of the cloud keeps answering meanwhile.
+    QCOMPARE(send(QStringLiteral("/echo")).status, 200);
+    const QJsonArray log = m_cloud.requests();
+    QVERIFY(!log.isEmpty());
+    QCOMPARE(log.first().toObject().value("path").toString(), catalogueQuery);
+
+    // A hanging request does not keep the server from ending by itself on SIGTERM.
+    QVERIFY(m_cloud.stop());
+    QCOMPARE(m_cloud.exitCode(), 0);
+    QVERIFY(finished.count() == 1 || finished.wait(20000));
+    QVERIFY(hanging->error() != QNetworkReply::NoError);
+    QCOMPARE(hanging->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 0);
+}
+
+void TestCloudSim::faultTimesPrefixAndMethod()
+{
+    QVERIFY(m_cloud.start(mediaScenario(2)));
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "status"}, {"prefix", "/files/"}, {"status", 503}, {"times", 2}}));
+    QVERIFY(m_cloud.addFault(QJsonObject{{"kind", "status"}, {"path", "/echo"}, {"method", "POST"}, {"status", 500}}));
+    QCOMPARE(send(QStringLiteral("/files/m1/clip1.mp4")).status, 503);
+    QCOMPARE(send(QStringLiteral("/files/m2/clip2.mp4")).status, 503);
+    // Used up after two.
+    QCOMPARE(send(QStringLiteral("/files/m1/clip1.mp4")).status, 200);
+    QCOMPARE(send(QStringLiteral("/echo")).status, 200);
+    QCOMPARE(send(QStringLiteral("/echo"), {}, "POST", "x").status, 500);
+}
+
+void TestCloudSim::badFaultIsRefused()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("cloudsim control .* 400 .*unknown fault kind"));
+    QVERIFY(!m_cloud.addFault(QJsonObject{{"kind", "explode"}}));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("cloudsim control .* 400 .*bytes"));
+    QVERIFY(!m_cloud.addFault(QJsonObject{{"kind", "drop_after"}, {"path", "/x"}}));
+    QCOMPARE(send(QStringLiteral("/x")).status, 404);
+}
+
+void TestCloudSim::runtimeMediaChanges()
+{
+    QVERIFY(m_cloud.start(mediaScenario(3)));
+    QCOMPARE(mids(catalogue("tok-1").json()), (QStringList{"m3", "m2", "m1"}));
+
+    // Added media are the newest; removed ones vanish from the catalogue and the files.
+    QVERIFY(m_cloud.setMedia(R"({"token":"tok-1","add":[{"mid":"n1","file":{"text":"new"}}],"remove":["m2"]})"));
+    QCOMPARE(mids(catalogue("tok-1").json()), (QStringList{"n1", "m3", "m1"}));
+    QCOMPARE(send(QStringLiteral("/files/n1/n1.bin")).body, QByteArray("new"));
+    QCOMPARE(send(QStringLiteral("/files/m2/clip2.mp4")).status, 404);
+
+    // A known mid is updated where it stands.
+    QVERIFY(m_cloud.setMedia(R"({"token":"tok-1","add":[{"mid":"m3","approvalStatus":"1"}]})"));
+    const QJsonObject updated = catalogue("tok-1").json();
+    QCOMPARE(mids(updated), (QStringList{"n1", "m3", "m1"}));
+    QCOMPARE(updated.value("data").toObject().value("mediaList").toArray().at(1).toObject().value(
+                 "approvalStatus").toString(),
+             QStringLiteral("1"));
+
+    // Replacing the list; a new token makes a new account.
+    QVERIFY(m_cloud.setMedia(R"({"token":"tok-1","media":[]})"));
+    const QJsonObject empty = catalogue("tok-1").json();
+    QCOMPARE(empty.value("data").toObject().value("count").toInt(), 0);
+    QCOMPARE(empty.value("http_code").toInt(), 200);
+    QCOMPARE(catalogue("tok-2").json().value("http_code").toInt(), 401);
+    QVERIFY(m_cloud.setMedia(R"({"token":"tok-2","media":[{"mid":"z"}]})"));
+    QCOMPARE(mids(catalogue("tok-2").json()), QStringList{"z"});
+
+    // A bad change changes nothing.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("cloudsim control .* 400 .*mid"));
+    QVERIFY(!m_cloud.setMedia(R"({"token":"tok-2","remove":["z"],"add":[{"name":"no mid"}]})"));
+    QCOMPARE(mids(catalogue("tok-2").json()), QStringList{"z"});
+}
+
+void TestCloudSim::requestLogRecordsHeadersAndBody()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    QVERIFY(m_cloud.clearRequests());
+    catalogue("tok-1");
+    send(QStringLiteral("/echo?x=1"), {{"X-Probe", "42"}}, "POST", R"({"a":1})");
+
+    const QJsonArray log = m_cloud.requests();
+    QCOMPARE(log.size(), 2); // the control requests are not logged
+    const QJsonObject get = log.at(0).toObject();
+    QCOMPARE(get.value("method").toString(), QStringLiteral("GET"));
+    QCOMPARE(get.value("path").toString(), catalogueQuery);
+    const QJsonObject headers = get.value("headers").toObject();
+    QCOMPARE(headers.value("source").toString(), QStringLiteral("mediaserver"));
+    QCOMPARE(headers.value("version").toString(), QStringLiteral("V1.0.0"));
+    QCOMPARE(headers.value("Authorization").toString(), QStringLiteral("tok-1"));
+    QCOMPARE(headers.value("Token").toString(), QStringLiteral("tok-1"));
+    QVERIFY(!headers.contains("REMOTE_ADDR"));
+
+    const QJsonObject post = log.at(1).toObject();
+    QCOMPARE(post.value("method").toString(), QStringLiteral("POST"));
+    QCOMPARE(post.value("path").toString(), QStringLiteral("/echo?x=1"));
+    QCOMPARE(post.value("headers").toObject().value("X-Probe").toString(), QStringLiteral("42"));
+    QCOMPARE(post.value("body").toString(), QStringLiteral(R"({"a":1})"));
+
+    QVERIFY(m_cloud.clearRequests());
+    QCOMPARE(m_cloud.requests().size(), 0);
+}
+
+void TestCloudSim::echoAndStatus()
+{
+    QVERIFY(m_cloud.start(mediaScenario(1)));
+    const Answer echo = send(QStringLiteral("/echo"), {{"X-Probe", "7"}}, "POST", "payload");
+    QCOMPARE(echo.status, 200);
+    const QJsonObject e = echo.json();
+    QCOMPARE(e.value("method").toString(), QStringLiteral("POST"));
+    QCOMPARE(e.value("body").toString(), QStringLiteral("payload"));
+    QCOMPARE(e.value("headers").toObject().value("X-Probe").toString(), QStringLiteral("7"));
+    QVERIFY(!echo.body.contains("\"error\""));
+    // The quoted word comes back only when the request carried it (here as a header name).
+    QVERIFY(send(QStringLiteral("/echo"), {{"error", "1"}}).body.contains("\"error\""));
+
+    const Answer s = send(QStringLiteral("/status/503"));
+    QCOMPARE(s.status, 503);
+    QCOMPARE(s.json(), (QJsonObject{{"code", 503}, {"msg", "service unavailable"}}));
+    QCOMPARE(send(QStringLiteral("/status/201")).status, 201);
+    const Answer noContent = send(QStringLiteral("/status/204"));
+    QCOMPARE(noContent.status, 204);
+    QVERIFY(noContent.body.isEmpty());
+}
+
+QTEST_MAIN(TestCloudSim)
+#include "tst_cloudsim.moc"
