@@ -1,7 +1,9 @@
 #include "cloudmaterial/maincontroller.h"
 
+#include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/logging.h"
+#include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
 
@@ -24,11 +26,14 @@ public:
     explicit Private(MainController *q)
         : q(q)
     {
+        materials->setWorkerPool(pool);
     }
 
     void applyTheme(const QString &themeFile);
 
     std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
+    HttpClientWrapper http{pool};
+    std::shared_ptr<CloudMaterialController> materials = std::make_shared<CloudMaterialController>(&http);
 
     IRXRuntime *runtime = nullptr;
     MultimachineProxyClient *proxyClient = nullptr;
@@ -38,14 +43,12 @@ public:
     std::string currentLanguage = "cn";
     std::string currentNode;
     std::string currentNodeIdentity;
-    StarDragCallback starDragCallback;
     std::string serialNumber;
 
     // Settings kept here until the parts that use them take them over.
     mutable std::mutex settingsMutex; // read by the worker thread's messaging start
     std::string appVersion;
     std::string deviceName;
-    std::string cloudMaterialFolder;
     int volume = 0;
 
     MainController *const q;
@@ -73,6 +76,9 @@ MainController::MainController()
     : d(std::make_unique<Private>(this))
 {
     qRegisterMetaType<std::string>("std::string");
+    d->materials->init();
+    connect(d->materials.get(), &CloudMaterialController::sigDownloadSuccess, this,
+            &MainController::sigDownloadSuccess);
 }
 
 MainController::~MainController() = default;
@@ -129,8 +135,7 @@ void MainController::setCurrentLanguage(std::string_view code)
 
 void MainController::setCloudMaterialFolderPath(const std::string &path)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    d->cloudMaterialFolder = path;
+    d->materials->setCloudMaterialFolderPath(path);
 }
 
 void MainController::updateVolume(int volume)
@@ -141,16 +146,14 @@ void MainController::updateVolume(int volume)
 
 void MainController::setStarDragCallback(const StarDragCallback &callback)
 {
-    d->starDragCallback = callback;
+    d->materials->setStarDragCallback(callback);
 }
 
 void MainController::login()
 {
     const TokenInfoJson session = ConfigStore::instance().tokenInfo();
-    if (!session.currentNodeIdentity.empty() && !session.currentNode.empty()) {
-        d->currentNode = session.currentNode;
-        d->currentNodeIdentity = session.currentNodeIdentity;
-    }
+    if (!session.currentNodeIdentity.empty() && !session.currentNode.empty())
+        d->materials->setNode(session.currentNode);
     qCInfo(lcController) << "login requested, language" << d->currentLanguage.c_str();
 }
 
@@ -161,6 +164,7 @@ bool MainController::autoLogin()
         return false;
     d->currentNode = session.currentNode;
     d->currentNodeIdentity = session.currentNodeIdentity;
+    d->materials->setNode(session.currentNode);
     // Without the player authorization the saved token cannot be checked, so the
     // session is not resumed.
     qCInfo(lcController) << "saved session found; player authorization is not available";
@@ -173,7 +177,7 @@ void MainController::exitLoginVerify()
 
 QWidget *MainController::cloudMaterialList()
 {
-    return nullptr;
+    return d->materials->listWidget();
 }
 
 void MainController::loadTheme(const std::string &themeFile)
@@ -245,8 +249,7 @@ std::string MainController::deviceName() const
 
 std::string MainController::cloudMaterialFolderPath() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    return d->cloudMaterialFolder;
+    return d->materials->cloudMaterialFolderPath();
 }
 
 int MainController::volume() const
@@ -257,7 +260,7 @@ int MainController::volume() const
 
 bool MainController::hasStarDragCallback() const
 {
-    return bool(d->starDragCallback);
+    return bool(d->materials->starDragCallback());
 }
 
 IRXRuntime *MainController::runtime() const
@@ -268,6 +271,11 @@ IRXRuntime *MainController::runtime() const
 std::shared_ptr<WorkerPool> MainController::workerPool() const
 {
     return d->pool;
+}
+
+std::shared_ptr<CloudMaterialController> MainController::materialController() const
+{
+    return d->materials;
 }
 
 } // namespace talvor::cloudmaterial

@@ -15,6 +15,7 @@ class QWidget;
 
 namespace talvor::cloudmaterial {
 
+class CloudMaterialController;
 class MultimachineProxyClient;
 class MultimachineProxyServer;
 class WorkerPool;
@@ -70,6 +71,7 @@ public:
     bool hasStarDragCallback() const;
     IRXRuntime *runtime() const;
     std::shared_ptr<WorkerPool> workerPool() const;
+    std::shared_ptr<CloudMaterialController> materialController() const;
 
     /** The module's language code for a host language code. */
     static std::string mapLanguage(std::string_view code);
@@ -90,4 +92,7 @@ private:
 } // namespace talvor::cloudmaterial
 
 // The module's signals carry UTF-8 std::strings, also across threads.
+#ifndef RXCM_STD_STRING_METATYPE
+#define RXCM_STD_STRING_METATYPE
 Q_DECLARE_METATYPE(std::string)
+#endif

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QMetaType>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace talvor::cloudmaterial {
+
+/** A material's local copy, and the outcome of a download. */
+enum DownloadStatus : std::int32_t {
+    NotAllowed = 0,  // not approved: may not be downloaded
+    Allowed = 1,     // may be downloaded; no local copy
+    Downloading = 2,
+    Successed = 3,   // the local file is complete
+    Failed = 4,
+};
+
+/** The cloud's review state of a material, carried as the cloud's own number. */
+enum ApprovalStatus : std::int32_t {
+    PendingApproval = 1,
+    Approved = 2,
+    Reject = 3,
+};
+
+/** One material as the panel shows it. */
+struct CloudMaterialModel
+{
+    std::string mid;       // the material id, compared byte for byte
+    std::string mediaName; // display name and local file name
+    std::int32_t mediaType = 0;
+    std::int32_t approvalStatus = 0;
+    std::int32_t downloadStatus = NotAllowed;
+    std::string thumbnailUrl;
+    std::int64_t size = 0; // bytes
+    std::string resolution; // "<width>x<height>"
+};
+
+/** Registers the types that the material signals carry across threads. */
+void registerCloudMaterialMetaTypes();
+
+} // namespace talvor::cloudmaterial
+
+Q_DECLARE_METATYPE(talvor::cloudmaterial::DownloadStatus)
+Q_DECLARE_METATYPE(talvor::cloudmaterial::ApprovalStatus)
+Q_DECLARE_METATYPE(talvor::cloudmaterial::CloudMaterialModel)
+Q_DECLARE_METATYPE(std::vector<talvor::cloudmaterial::CloudMaterialModel>)
+Q_DECLARE_METATYPE(std::vector<std::string>)
+// The module's signals carry UTF-8 std::strings, also across threads.
+#ifndef RXCM_STD_STRING_METATYPE
+#define RXCM_STD_STRING_METATYPE
+Q_DECLARE_METATYPE(std::string)
+#endif

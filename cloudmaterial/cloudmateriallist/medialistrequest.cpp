@@ -1,0 +1,28 @@
+#include "cloudmaterial/cloudmateriallist/medialistrequest.h"
+
+#include "cloudmaterial/protocol/httpclientwrapper.h"
+
+namespace talvor::cloudmaterial {
+
+const char *const mediaListQuery =
+    "Rest/Lite/Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1&filters%5Btype%5D%5B1%5D=0"
+    "&filters%5Btype%5D%5B3%5D=30&sortType=desc";
+
+MediaListResult requestMediaList(HttpClientWrapper &http, const std::string &token, const std::string &gatewayHost,
+                                 bool logReply)
+{
+    const HttpHeaders headers = {
+        {"source", "mediaserver"},
+        {"version", "V1.0.0"},
+        {"Authorization", token},
+        {"Token", token},
+    };
+    const std::string url = "https://" + gatewayHost + "/gateway/cirro?cirro=" + mediaListQuery;
+    const HttpReply reply = http.get(url, headers, logReply);
+
+    MediaListReply parsed;
+    ajson::load_from_buff_nothrow(parsed, reply.body.c_str(), reply.body.size());
+    return {parsed.data.count, std::move(parsed.data.mediaList)};
+}
+
+} // namespace talvor::cloudmaterial

@@ -1,0 +1,142 @@
+#include "cloudmaterial/protocol/filedownloader.h"
+
+#include "cloudmaterial/logging.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QUrl>
+
+#include <string_view>
+
+Q_LOGGING_CATEGORY(lcDownload, "rxcm.download", QtInfoMsg)
+
+namespace talvor::cloudmaterial {
+
+class FileDownloader::Private
+{
+public:
+    explicit Private(FileDownloader *q)
+        : q(q)
+    {
+    }
+
+    DownloadStatus downloadFile(std::string_view url, const QString &tempPath);
+    DownloadStatus handleResponse(QNetworkReply *reply, const QString &tempPath);
+
+    FileDownloader *const q;
+    QNetworkAccessManager manager;
+    qint64 bytesWritten = 0;
+    std::unique_ptr<QFile> output;
+};
+
+DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const QString &tempPath)
+{
+    QNetworkRequest request(QUrl::fromEncoded(QByteArray(url.data(), int(url.size()))));
+    request.setRawHeader("Range", QStringLiteral("bytes=%1-").arg(bytesWritten).toLatin1());
+    QNetworkReply *reply = manager.get(request);
+    DownloadStatus result = Failed;
+
+    QEventLoop loop;
+    // Every arrival decides the result; the last one counts.
+    QObject::connect(reply, &QNetworkReply::readyRead, &loop,
+                     [&] { result = handleResponse(reply, tempPath); });
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    if (!reply->isFinished())
+        loop.exec();
+
+    // Bytes that arrived together with the end of the transfer.
+    if (reply->bytesAvailable() > 0)
+        result = handleResponse(reply, tempPath);
+    // A connection that broke after the last arrival is a failure too.
+    if (reply->error() != QNetworkReply::NoError) {
+        qCWarning(lcDownload).nospace().noquote() << "Download failed: " << reply->errorString();
+        result = Failed;
+    }
+
+    if (output) {
+        const qint64 announced = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+        qCInfo(lcDownload).nospace().noquote() << "http response file size : " << announced;
+        if (announced != output->size()) {
+            qCWarning(lcDownload).nospace().noquote() << "http response file size != download local file size";
+            result = Failed;
+        }
+        output->close();
+        output.reset();
+    }
+    reply->deleteLater();
+    return result;
+}
+
+DownloadStatus FileDownloader::Private::handleResponse(QNetworkReply *reply, const QString &tempPath)
+{
+    if (reply->error() != QNetworkReply::NoError) {
+        qCWarning(lcDownload).nospace().noquote() << "Download failed: " << reply->errorString();
+        return Failed;
+    }
+    // An error page is not the file, even when the network layer has not flagged it yet.
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    if (status != 0 && status != 200 && status != 206) {
+        qCWarning(lcDownload).nospace().noquote() << "Download failed: " << "HTTP status " << status;
+        return Failed;
+    }
+
+    createFolder(tempPath.left(tempPath.lastIndexOf(QLatin1Char('/'))));
+
+    if (!output) {
+        output = std::make_unique<QFile>(tempPath);
+        if (!output->open(QIODevice::WriteOnly | QIODevice::Append)) {
+            qCWarning(lcDownload).nospace().noquote() << "open file error: " << tempPath;
+            output.reset();
+            return Failed;
+        }
+    }
+
+    const QByteArray bytes = reply->readAll();
+    if (bytes.isEmpty()) {
+        qCWarning(lcDownload).nospace().noquote() << "reply readAll size is 0";
+        return Failed;
+    }
+    bytesWritten += bytes.size();
+    if (output->write(bytes) != bytes.size() || !output->flush()) {
+        qCWarning(lcDownload).nospace().noquote() << "write file error: " << tempPath << " " << output->errorString();
+        return Failed;
+    }
+    const QVariant total = reply->header(QNetworkRequest::ContentLengthHeader);
+    Q_EMIT q->progress(output->size(), total.isValid() ? total.toLongLong() : -1);
+    return Successed;
+}
+
+FileDownloader::FileDownloader()
+    : d(std::make_unique<Private>(this))
+{
+}
+
+FileDownloader::~FileDownloader() = default;
+
+DownloadStatus FileDownloader::download(const std::string &url, const QString &path)
+{
+    const QString tempPath = path + QStringLiteral(".temp");
+    const DownloadStatus result = d->downloadFile(url, tempPath);
+    // A file already at the final path makes the rename fail; that is not a failed download.
+    if (result == Successed)
+        QFile::rename(tempPath, path);
+    return result;
+}
+
+bool FileDownloader::createFolder(const QString &folderPath)
+{
+    QDir dir(folderPath);
+    if (dir.exists())
+        return true;
+    if (dir.mkpath(QStringLiteral(".")))
+        return true;
+    RXCM_LOG_ERROR("createFolder failed folderPath = {}", folderPath.toStdString());
+    return false;
+}
+
+} // namespace talvor::cloudmaterial
