@@ -9,6 +9,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QRegularExpression>
 #include <QUrl>
 
 #include <string_view>
@@ -63,6 +64,15 @@ DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const
         qCInfo(lcDownload).nospace().noquote() << "http response file size : " << announced;
         if (announced != output->size()) {
             qCWarning(lcDownload).nospace().noquote() << "http response file size != download local file size";
+            result = Failed;
+        }
+        // The network layer stops reading at Content-Length, so a length announced short of the
+        // range the server says it sends only shows up when the two headers are compared.
+        static const QRegularExpression rangeSpan(QStringLiteral("^bytes (\\d+)-(\\d+)/"));
+        const auto span = rangeSpan.match(QString::fromLatin1(reply->rawHeader("Content-Range")));
+        if (span.hasMatch() && span.captured(2).toLongLong() - span.captured(1).toLongLong() + 1 != announced) {
+            qCWarning(lcDownload).nospace().noquote()
+                << "http response content range != file size: " << reply->rawHeader("Content-Range");
             result = Failed;
         }
         output->close();
