@@ -40,6 +40,9 @@ DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const
     QNetworkRequest request(QUrl::fromEncoded(QByteArray(url.data(), int(url.size()))));
     request.setRawHeader("Range", QStringLiteral("bytes=%1-").arg(bytesWritten).toLatin1());
     QNetworkReply *reply = manager.get(request);
+    // When the disk falls behind the network, leave bytes in the socket rather than let the
+    // reply's buffer grow with the file.
+    reply->setReadBufferSize(1024 * 1024);
     DownloadStatus result = Failed;
 
     QEventLoop loop;
@@ -95,9 +98,8 @@ DownloadStatus FileDownloader::Private::handleResponse(QNetworkReply *reply, con
         return Failed;
     }
 
-    createFolder(tempPath.left(tempPath.lastIndexOf(QLatin1Char('/'))));
-
     if (!output) {
+        createFolder(tempPath.left(tempPath.lastIndexOf(QLatin1Char('/'))));
         output = std::make_unique<QFile>(tempPath);
         if (!output->open(QIODevice::WriteOnly | QIODevice::Append)) {
             qCWarning(lcDownload).nospace().noquote() << "open file error: " << tempPath;
