@@ -3,6 +3,7 @@
 #include "certificates.h"
 #include "faults.h"
 #include "json.h"
+#include "login.h"
 #include "scenario.h"
 #include "server.h"
 
@@ -132,6 +133,8 @@ int main(int argc, char **argv)
         const cloudsim::Json scenarioJson = cloudsim::Json::parse(readFile(scenarioPath));
         cloudsim::Scenario scenario;
         scenario.load(scenarioJson);
+        cloudsim::LoginService login(scenario);
+        login.load(scenarioJson);
         cloudsim::FaultList faults;
         if (scenarioJson.contains("faults"))
             faults.add(scenarioJson.at("faults"));
@@ -146,11 +149,13 @@ int main(int argc, char **argv)
                                     .lexically_normal();
         writeFile(caPath, cloudsim::certificatePem(certificates.caCert.get()));
 
-        cloudsim::Server server(scenario, faults, certificates, args.server);
+        cloudsim::Server server(scenario, login, faults, certificates, args.server);
         const int port = server.bind();
         const std::string host = args.server.host.find(':') != std::string::npos ? "[" + args.server.host + "]"
                                                                                  : args.server.host;
-        scenario.setBaseUrl("https://" + host + ":" + std::to_string(port));
+        const std::string address = host + ":" + std::to_string(port);
+        scenario.setBaseUrl("https://" + address);
+        login.setAddress("https://" + address, address);
         server.start();
 
         std::printf("cloudsim ready port=%d ca=%s\n", port, caPath.c_str());

@@ -101,11 +101,23 @@ void Scenario::load(const Json &scenario)
     std::vector<Account> accounts;
     std::map<std::string, std::shared_ptr<const Content>> files;
     try {
-        for (const auto &a : scenario.value("accounts", Json::array())) {
-            if (!a.is_object() || !a.contains("token") || !a.at("token").is_string())
-                throw std::invalid_argument("an account needs a string \"token\"");
+        const Json list = scenario.value("accounts", Json::array());
+        if (!list.is_array())
+            throw std::invalid_argument("\"accounts\" must be an array");
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            const Json &a = list[i];
+            if (!a.is_object())
+                throw std::invalid_argument("an account must be an object");
+            // An account that only logs in gets its tokens from its logins.
+            if (a.contains("token") && !a.at("token").is_string())
+                throw std::invalid_argument("an account's \"token\" must be a string");
             Account account;
-            account.token = a.at("token").get<std::string>();
+            if (a.contains("token"))
+                account.tokens.push_back(a.at("token").get<std::string>());
+            account.id = accountId(a, i);
+            for (const auto &other : accounts)
+                if (other.id == account.id)
+                    throw std::invalid_argument("two accounts have the id " + std::to_string(*account.id));
             account.media = parseMediaList(a.value("media", Json::array()));
             if (a.contains("status"))
                 account.status = a.at("status");
@@ -125,6 +137,28 @@ void Scenario::load(const Json &scenario)
     m_files = std::move(files);
 }
 
+std::int64_t Scenario::accountId(const Json &account, std::size_t index)
+{
+    if (!account.contains("id"))
+        return 1001 + static_cast<std::int64_t>(index);
+    if (!account.at("id").is_number_integer())
+        throw std::invalid_argument("an account's \"id\" must be an integer");
+    return account.at("id").get<std::int64_t>();
+}
+
+bool Scenario::addToken(std::int64_t id, const std::string &token)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto &a : m_accounts) {
+        if (a.id == id) {
+            if (std::find(a.tokens.begin(), a.tokens.end(), token) == a.tokens.end())
+                a.tokens.push_back(token);
+            return true;
+        }
+    }
+    return false;
+}
+
 void Scenario::setBaseUrl(const std::string &url)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -135,7 +169,7 @@ template<typename Accounts>
 static auto *findIn(Accounts &accounts, const std::string &token)
 {
     for (auto &a : accounts)
-        if (a.token == token)
+        if (!token.empty() && std::find(a.tokens.begin(), a.tokens.end(), token) != a.tokens.end())
             return &a;
     return static_cast<decltype(&accounts.front())>(nullptr);
 }
@@ -263,7 +297,7 @@ Json Scenario::changeMedia(const Json &change)
         std::lock_guard<std::mutex> lock(m_mutex);
         Account *account = findAccount(token);
         if (!account) {
-            m_accounts.push_back(Account{token, {}, "success"});
+            m_accounts.push_back(Account{{token}, std::nullopt, {}, "success"});
             account = &m_accounts.back();
         }
         if (replacement)

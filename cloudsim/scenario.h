@@ -28,6 +28,13 @@ public:
     // Throws std::invalid_argument naming what is wrong.
     void load(const Json &scenario);
 
+    // The id of the account at index in "accounts": its "id", else 1001 + index.
+    // Throws std::invalid_argument when "id" is not an integer.
+    static std::int64_t accountId(const Json &account, std::size_t index);
+    // Makes the account reachable by one more token (a login's fresh token). False when no
+    // account has that id.
+    bool addToken(std::int64_t id, const std::string &token);
+
     // "https://127.0.0.1:<port>": the start of the file and thumbnail addresses it fills in.
     void setBaseUrl(const std::string &url);
 
@@ -51,7 +58,8 @@ private:
     };
     struct Account
     {
-        std::string token;
+        std::vector<std::string> tokens; // the scenario's, then those of logins
+        std::optional<std::int64_t> id;  // none for accounts made by a media change
         std::vector<Media> media; // creation order: the last is the newest
         Json status = "success";
     };

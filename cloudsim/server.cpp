@@ -4,6 +4,7 @@
 #include "content.h"
 #include "faults.h"
 #include "json.h"
+#include "login.h"
 #include "scenario.h"
 #include "tlsserver.h"
 
@@ -303,9 +304,10 @@ private:
 class Server::Private
 {
 public:
-    Private(Scenario &scenario, FaultList &faults, const Certificates &certificates,
+    Private(Scenario &scenario, LoginService &login, FaultList &faults, const Certificates &certificates,
             const ServerOptions &options)
         : scenario(scenario)
+        , login(login)
         , faults(faults)
         , options(options)
         , http(certificates.serverCert.get(), certificates.serverKey.get())
@@ -315,6 +317,7 @@ public:
     void handle(const httplib::Request &req, httplib::Response &res);
     Reply route(const httplib::Request &req);
     Reply gateway(const httplib::Request &req);
+    Reply gatewayApis(const httplib::Request &req);
     Reply catalogue(const httplib::Request &req, const QueryItems &params);
     Reply control(const httplib::Request &req);
     void send(const httplib::Request &req, httplib::Response &res, const Reply &reply,
@@ -324,6 +327,7 @@ public:
     bool pause(std::chrono::milliseconds duration);
 
     Scenario &scenario;
+    LoginService &login;
     FaultList &faults;
     ServerOptions options;
     TlsServer http;
@@ -404,6 +408,19 @@ Reply Server::Private::route(const httplib::Request &req)
     const bool get = req.method == "GET" || req.method == "HEAD";
     if (path == "/gateway/cirro")
         return gateway(req);
+    if (path == "/gateway/apis")
+        return gatewayApis(req);
+    if (path == "/nodes.json") {
+        if (!get)
+            return plainStatus(405);
+        return jsonReply(200, login.nodes());
+    }
+    // The configured address ends in a slash; a client that drops it is served too.
+    if (path == "/mqtt/control/v1/" || path == "/mqtt/control/v1") {
+        if (!get)
+            return plainStatus(405);
+        return jsonReply(200, login.dns());
+    }
     if (startsWith(path, "/control/"))
         return control(req);
     if (path == "/echo") {
@@ -434,23 +451,39 @@ Reply Server::Private::route(const httplib::Request &req)
             return plainStatus(405);
         return contentReply(req, textContent(solidPng(path.substr(8, path.size() - 12))), "image/png");
     }
+    // The node directory's flags: any name, a picture of one colour like the thumbnails.
+    if (startsWith(path, "/icons/") && path.size() > 11 && path.compare(path.size() - 4, 4, ".png") == 0) {
+        if (!get)
+            return plainStatus(405);
+        return contentReply(req, textContent(solidPng("icon:" + path.substr(7, path.size() - 11))), "image/png");
+    }
     return plainStatus(404);
 }
 
-Reply Server::Private::gateway(const httplib::Request &req)
+// The client appends the service path and its query verbatim after "cirro=", so the
+// service's own parameters arrive as parameters of the gateway URL. A client that encodes
+// the whole value is understood too.
+static std::string gatewayService(const httplib::Request &req, QueryItems *params)
 {
-    // The client appends the service path and its query verbatim after "cirro=", so the
-    // service's own parameters arrive as parameters of the gateway URL. A client that
-    // encodes the whole value is understood too.
     const auto question = req.target.find('?');
     const QueryItems outer = parseQuery(question == std::string::npos ? std::string() : req.target.substr(question + 1));
     const std::string cirro = queryValue(outer, "cirro");
     const auto inner = cirro.find('?');
-    const std::string service = cirro.substr(0, inner);
-    QueryItems params = inner == std::string::npos ? QueryItems() : parseQuery(cirro.substr(inner + 1));
-    for (const auto &item : outer)
-        if (item.first != "cirro")
-            params.push_back(item);
+    if (params) {
+        *params = inner == std::string::npos ? QueryItems() : parseQuery(cirro.substr(inner + 1));
+        for (const auto &item : outer)
+            if (item.first != "cirro")
+                params->push_back(item);
+    }
+    return cirro.substr(0, inner);
+}
+
+Reply Server::Private::gateway(const httplib::Request &req)
+{
+    QueryItems params;
+    const std::string service = gatewayService(req, &params);
+    if (auto forced = login.takeOverride(service))
+        return textReply(forced->status, forced->body);
 
     if (service == "Rest/Lite/Medias") {
         if (req.method != "GET")
@@ -458,6 +491,19 @@ Reply Server::Private::gateway(const httplib::Request &req)
         return catalogue(req, params);
     }
     return jsonReply(404, Json{{"http_code", 404}, {"error", "unknown service"}, {"status", "fail"}});
+}
+
+Reply Server::Private::gatewayApis(const httplib::Request &req)
+{
+    const std::string service = gatewayService(req, nullptr);
+    if (auto forced = login.takeOverride(service))
+        return textReply(forced->status, forced->body);
+    if (req.method != "POST")
+        return plainStatus(405);
+    auto reply = login.post(service, req.body, [&req](const char *name) { return req.get_header_value(name); });
+    if (!reply)
+        return jsonReply(404, Json{{"http_code", 404}, {"error", "unknown service"}, {"status", "fail"}});
+    return textReply(reply->status, reply->body);
 }
 
 Reply Server::Private::catalogue(const httplib::Request &req, const QueryItems &params)
@@ -509,6 +555,25 @@ Reply Server::Private::control(const httplib::Request &req)
             if (method != "POST")
                 return plainStatus(405);
             return jsonReply(200, scenario.changeMedia(parseBody()));
+        }
+        if (path == "/control/codes") {
+            if (method != "GET")
+                return plainStatus(405);
+            return jsonReply(200, login.codes());
+        }
+        if (path == "/control/devices") {
+            if (method != "GET")
+                return plainStatus(405);
+            return jsonReply(200, login.devices());
+        }
+        if (path == "/control/gateway") {
+            if (method == "POST")
+                login.setOverrides(parseBody());
+            else if (method == "DELETE")
+                login.clearOverrides();
+            else if (method != "GET")
+                return plainStatus(405);
+            return jsonReply(200, login.overrides());
         }
         if (path == "/control/requests") {
             std::lock_guard<std::mutex> lock(logMutex);
@@ -610,14 +675,16 @@ void Server::Private::send(const httplib::Request &req, httplib::Response &res, 
         });
 }
 
-Server::Server(Scenario &scenario, FaultList &faults, const Certificates &certificates,
+Server::Server(Scenario &scenario, LoginService &login, FaultList &faults, const Certificates &certificates,
                const ServerOptions &options)
-    : d(std::make_unique<Private>(scenario, faults, certificates, options))
+    : d(std::make_unique<Private>(scenario, login, faults, certificates, options))
 {
     if (!d->http.is_valid())
         throw std::runtime_error("cannot set up TLS with the generated certificate");
     d->http.new_task_queue = [] { return new ConnectionThreads; };
     d->http.set_keep_alive_max_count(100);
+    // Small replies must not wait for the client's delayed acknowledgement.
+    d->http.set_tcp_nodelay(true);
     auto handler = [this](const httplib::Request &req, httplib::Response &res) { d->handle(req, res); };
     const std::string any = ".*";
     d->http.Get(any, handler);

@@ -7,6 +7,7 @@ namespace cloudsim {
 
 class Scenario;
 class FaultList;
+class LoginService;
 struct Certificates;
 
 struct ServerOptions
@@ -16,12 +17,13 @@ struct ServerOptions
     bool verbose = false;
 };
 
-// The HTTPS side of the cloud: gateway, files, thumbnails, test helpers and control
-// endpoints, with the faults applied on the way out. Every route is in docs/protocol.md.
+// The HTTPS side of the cloud: gateway, node directory, DNS, files, thumbnails, test helpers
+// and control endpoints, with the faults applied on the way out. Every route is in
+// docs/protocol.md.
 class Server
 {
 public:
-    Server(Scenario &scenario, FaultList &faults, const Certificates &certificates,
+    Server(Scenario &scenario, LoginService &login, FaultList &faults, const Certificates &certificates,
            const ServerOptions &options);
     ~Server();
     Server(const Server &) = delete;
