@@ -356,6 +356,15 @@ public:
     }
     void leave() { --m_depth; }
 
+    // Consumes `bytes` when the text continues with exactly them.
+    bool consume(const char *bytes, std::size_t n)
+    {
+        if (static_cast<std::size_t>(m_end - m_cur) < n || std::memcmp(m_cur, bytes, n) != 0)
+            return false;
+        m_cur += n;
+        return true;
+    }
+
     void next()
     {
         skip_blanks();
@@ -892,28 +901,41 @@ template <class T>
 void read_members(reader &r, T &record)
 {
     const name_table &names = ajson_name_table(static_cast<const T *>(nullptr));
+    const std::size_t count = names.size();
     r.enter();
-    r.next();
     std::size_t hint = 0;
-    while (!r.is_punct('}')) {
-        const token &key = r.current();
-        if (AJSON_DETAIL_UNLIKELY(key.type != token_type::string))
-            r.error("object key must be string");
-        const std::size_t index = names.find(key.str, key.length, hint);
+    bool first = true;
+    for (;;) {
+        std::size_t index = count;
+        // Our own texts and the cloud's are compact with the keys in declaration order: the
+        // expected `,"name":` is matched as raw bytes instead of as three tokens. Anything else
+        // (blanks, comments, other keys, a missing comma) takes the general way below.
+        const std::size_t skip = first ? 1 : 0;
+        if (hint < count && r.consume(names.key_text(hint) + skip, names.key_length(hint) - skip)) {
+            index = hint;
+        } else {
+            r.next();
+            // Commas between members are optional, and one may stand before the `}`.
+            if (!first && r.is_punct(','))
+                r.next();
+            if (r.is_punct('}'))
+                break;
+            const token &key = r.current();
+            if (AJSON_DETAIL_UNLIKELY(key.type != token_type::string))
+                r.error("object key must be string");
+            index = names.find(key.str, key.length, hint);
+            r.next();
+            if (AJSON_DETAIL_UNLIKELY(!r.is_punct(':')))
+                r.error("invalid json document!");
+        }
+        first = false;
         r.next();
-        if (AJSON_DETAIL_UNLIKELY(!r.is_punct(':')))
-            r.error("invalid json document!");
-        r.next();
-        if (index < names.size()) {
+        if (index < count) {
             ajson_member_at(record, index, [&r](auto &member) { read_value(r, member); });
             hint = index + 1;
         } else {
             skip_value(r);
         }
-        r.next();
-        // Commas between members are optional, and one may stand before the `}`.
-        if (r.is_punct(','))
-            r.next();
     }
     r.leave();
 }

@@ -1,0 +1,347 @@
+// Download throughput and memory of FileDownloader against curl, and the time of a 50-media
+// catalogue refresh, both against cloudsim on loopback.
+//
+//     download_bench [--rounds N] [--refresh-runs N]      (--rounds 0: the refresh only)
+//
+// Each round fetches a 512 MiB generated file once with FileDownloader and once with curl,
+// alternating. Our side runs in a child process (this executable re-run with --child-download)
+// so that its peak resident memory is its own and not the bench's. Both sides time the
+// transfer itself, request to complete file, leaving process start-up out. The CPU time each
+// client process used is shown too: on a busy machine it says more than the wall clock.
+
+#include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/protocol/filedownloader.h"
+#include "cloudmaterial/protocol/httpclientwrapper.h"
+#include "cloudmaterial/workerpool.h"
+
+#include "support/cloudsimfixture.h"
+#include "support/generatedcontent.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <random>
+#include <vector>
+
+#include <sys/resource.h>
+
+using namespace talvor::cloudmaterial;
+
+namespace {
+
+constexpr qint64 fileSize = qint64(512) * 1024 * 1024;
+constexpr double mebibyte = 1024.0 * 1024.0;
+constexpr int mediaCount = 50;
+const char token[] = "bench-token";
+const char childOption[] = "--child-download";
+
+QByteArray scenario()
+{
+    QJsonArray media;
+    for (int i = 1; i <= mediaCount; ++i)
+        media.append(QJsonObject{{QStringLiteral("mid"), QStringLiteral("m%1").arg(i, 2, 10, QLatin1Char('0'))}});
+    const QJsonObject account{{QStringLiteral("token"), QLatin1String(token)}, {QStringLiteral("media"), media}};
+    const QJsonObject file{{QStringLiteral("name"), QStringLiteral("big.bin")}, {QStringLiteral("size"), fileSize}};
+    const QJsonObject root{{QStringLiteral("accounts"), QJsonArray{account}},
+                           {QStringLiteral("files"), QJsonArray{file}}};
+    return QJsonDocument(root).toJson(QJsonDocument::Compact);
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+bool trustCa(const QString &caFile)
+{
+    const auto certificates = QSslCertificate::fromPath(caFile, QSsl::Pem);
+    if (certificates.isEmpty())
+        return false;
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.addCaCertificates(certificates);
+    QSslConfiguration::setDefaultConfiguration(configuration);
+    return true;
+}
+
+// The child: one download, then "<status> <nanoseconds> <peak RSS in KiB>" on stdout.
+int runChild(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    if (argc != 5) {
+        std::fprintf(stderr, "usage: %s %s <url> <path> <ca file>\n", argv[0], childOption);
+        return 2;
+    }
+    // The per-file info line is noise here; warnings still show.
+    QLoggingCategory::setFilterRules(QStringLiteral("rxcm.download.info=false"));
+    if (!trustCa(QString::fromLocal8Bit(argv[4]))) {
+        std::fprintf(stderr, "no usable CA in %s\n", argv[4]);
+        return 2;
+    }
+    FileDownloader downloader;
+    QElapsedTimer timer;
+    timer.start();
+    const DownloadStatus status = downloader.download(argv[2], QString::fromLocal8Bit(argv[3]));
+    const qint64 elapsed = timer.nsecsElapsed();
+    // ru_maxrss is the high-water mark of the whole process life (KiB on Linux).
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    std::printf("%d %lld %ld\n", int(status), static_cast<long long>(elapsed), usage.ru_maxrss);
+    return status == Successed ? 0 : 1;
+}
+
+// Size, then a spread of 4 KiB pieces against the generated pattern, so that a short,
+// shifted or garbled file cannot pass for a fast download.
+bool verifyDownload(const QString &path, QString *why)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *why = QStringLiteral("cannot open ") + path;
+        return false;
+    }
+    if (file.size() != fileSize) {
+        *why = QStringLiteral("size %1, expected %2").arg(file.size()).arg(fileSize);
+        return false;
+    }
+    constexpr int piece = 4096;
+    std::vector<qint64> offsets{0, fileSize / 2 + 3, fileSize - piece};
+    std::mt19937_64 random(std::random_device{}());
+    std::uniform_int_distribution<qint64> anywhere(0, fileSize - piece);
+    for (int i = 0; i < 32; ++i)
+        offsets.push_back(anywhere(random));
+    for (const qint64 offset : offsets) {
+        if (!file.seek(offset) || file.read(piece) != generatedContent(quint64(offset), piece)) {
+            *why = QStringLiteral("content differs at offset %1").arg(offset);
+            return false;
+        }
+    }
+    return true;
+}
+
+struct Transfer
+{
+    double seconds = 0;
+    double peakRssMiB = 0; // ours only
+    double cpuSeconds = 0;
+};
+
+// User plus system time of the children reaped so far. cloudsim runs until the end, so the
+// difference across one client's run is that client's own.
+double reapedChildrenCpuSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    auto seconds = [](const timeval &t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+std::optional<Transfer> downloadOurs(const QString &url, const QString &path, const QString &caFile)
+{
+    QProcess child;
+    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    child.start(QCoreApplication::applicationFilePath(), {QLatin1String(childOption), url, path, caFile});
+    if (!child.waitForFinished(600000) || child.exitStatus() != QProcess::NormalExit) {
+        std::fprintf(stderr, "our download did not finish: %s\n", qPrintable(child.errorString()));
+        child.kill();
+        child.waitForFinished();
+        return std::nullopt;
+    }
+    const QList<QByteArray> fields = child.readAllStandardOutput().simplified().split(' ');
+    if (child.exitCode() != 0 || fields.size() != 3) {
+        std::fprintf(stderr, "our download failed (exit code %d)\n", child.exitCode());
+        return std::nullopt;
+    }
+    return Transfer{fields[1].toLongLong() / 1e9, fields[2].toLongLong() / 1024.0, 0};
+}
+
+std::optional<Transfer> downloadCurl(const QString &url, const QString &path, const QString &caFile)
+{
+    QProcess curl;
+    curl.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // time_total runs from the start of the transfer to its end, like the child's timer.
+    curl.start(QStringLiteral("curl"), {QStringLiteral("-sS"), QStringLiteral("--cacert"), caFile,
+                                        QStringLiteral("-o"), path, QStringLiteral("-w"),
+                                        QStringLiteral("%{time_total}"), url});
+    if (!curl.waitForFinished(600000) || curl.exitStatus() != QProcess::NormalExit || curl.exitCode() != 0) {
+        std::fprintf(stderr, "curl failed: %s (exit code %d)\n", qPrintable(curl.errorString()), curl.exitCode());
+        curl.kill();
+        curl.waitForFinished();
+        return std::nullopt;
+    }
+    bool ok = false;
+    const double seconds = curl.readAllStandardOutput().trimmed().toDouble(&ok);
+    if (!ok || seconds <= 0)
+        return std::nullopt;
+    return Transfer{seconds, 0, 0};
+}
+
+void printThroughput(const char *who, const std::vector<double> &seconds, const char *suffix)
+{
+    std::vector<double> rates;
+    for (const double s : seconds)
+        rates.push_back(fileSize / mebibyte / s);
+    std::printf("download %s: best %.1f MiB/s median %.1f MiB/s%s\n", who,
+                *std::max_element(rates.begin(), rates.end()), median(rates), suffix);
+}
+
+// Times one catalogue refresh on a fresh controller, from the request to the last added
+// material as the GUI thread receives it. Negative when not every material arrived.
+double timeRefresh(HttpClientWrapper &http, const std::shared_ptr<WorkerPool> &pool, const QString &host)
+{
+    // A controller adds a material it already knows only once, so every run gets a new one.
+    auto controller = std::make_shared<CloudMaterialController>(&http);
+    controller->init();
+    controller->setWorkerPool(pool);
+    controller->setToken(token);
+    controller->setNode(host.toStdString());
+
+    QEventLoop loop;
+    QElapsedTimer timer;
+    std::size_t added = 0;
+    qint64 lastNs = -1;
+    // The signals come from the worker thread; the loop as context makes them queued.
+    QObject::connect(controller.get(), &CloudMaterialController::addMaterials, &loop,
+                     [&](const std::vector<CloudMaterialModel> &models) {
+                         added += models.size();
+                         if (added >= std::size_t(mediaCount)) {
+                             lastNs = timer.nsecsElapsed();
+                             loop.quit();
+                         }
+                     });
+    QTimer::singleShot(HttpClientWrapper::timeoutMs + 5000, &loop, &QEventLoop::quit);
+    timer.start();
+    std::future<void> done = controller->requestRefresh(true);
+    loop.exec();
+    // The process-wide refresh guard is released when the task ends; the next run needs it.
+    if (done.valid())
+        done.wait();
+    if (added != std::size_t(mediaCount)) {
+        std::fprintf(stderr, "refresh added %zu materials, expected %d\n", added, mediaCount);
+        return -1;
+    }
+    return lastNs / 1e6;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc > 1 && std::strcmp(argv[1], childOption) == 0)
+        return runChild(argc, argv);
+
+    QCoreApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Download and catalogue refresh benchmark against cloudsim"));
+    parser.addHelpOption();
+    const QCommandLineOption roundsOption(QStringLiteral("rounds"),
+                                          QStringLiteral("Downloads per client (default 3; 0 skips them)."),
+                                          QStringLiteral("n"), QStringLiteral("3"));
+    const QCommandLineOption refreshOption(QStringLiteral("refresh-runs"),
+                                           QStringLiteral("Catalogue refreshes timed (default 20)."),
+                                           QStringLiteral("n"), QStringLiteral("20"));
+    parser.addOption(roundsOption);
+    parser.addOption(refreshOption);
+    parser.process(app);
+    const int rounds = parser.value(roundsOption).toInt();
+    const int refreshRuns = parser.value(refreshOption).toInt();
+    if (rounds < 0 || refreshRuns < 1) {
+        std::fprintf(stderr, "--rounds needs a number, --refresh-runs a positive one\n");
+        return 2;
+    }
+
+    CloudSim sim; // also makes this process trust its CA
+    if (!sim.start(scenario())) {
+        std::fprintf(stderr, "cloudsim did not start\n");
+        return 1;
+    }
+    // Beside the system's other temporary files: the same disk for both clients.
+    QTemporaryDir dir;
+    if (!dir.isValid()) {
+        std::fprintf(stderr, "no temporary folder\n");
+        return 1;
+    }
+    const QString url = sim.url(QStringLiteral("/files/big.bin"));
+
+    std::vector<double> oursSeconds;
+    std::vector<double> curlSeconds;
+    std::vector<double> oursCpu;
+    std::vector<double> curlCpu;
+    double peakRssMiB = 0;
+    for (int round = 0; round < rounds; ++round) {
+        for (const bool ours : {true, false}) {
+            const QString path = dir.filePath(QStringLiteral("round%1-%2.bin").arg(round).arg(ours ? "ours" : "curl"));
+            const double cpuBefore = reapedChildrenCpuSeconds();
+            auto transfer = ours ? downloadOurs(url, path, sim.caFile()) : downloadCurl(url, path, sim.caFile());
+            if (transfer)
+                transfer->cpuSeconds = reapedChildrenCpuSeconds() - cpuBefore;
+            QString why;
+            const bool good = transfer && verifyDownload(path, &why);
+            QFile::remove(path);
+            QFile::remove(path + QStringLiteral(".temp"));
+            if (!good) {
+                std::fprintf(stderr, "round %d, %s: bad download %s\n", round + 1, ours ? "ours" : "curl",
+                             qPrintable(why));
+                return 1;
+            }
+            std::printf("  round %d %s: %.2f s, %.1f MiB/s, cpu %.2f s", round + 1, ours ? "ours" : "curl",
+                        transfer->seconds, fileSize / mebibyte / transfer->seconds, transfer->cpuSeconds);
+            if (ours)
+                std::printf(", peak RSS %.1f MiB", transfer->peakRssMiB);
+            std::printf("\n");
+            std::fflush(stdout);
+            (ours ? oursSeconds : curlSeconds).push_back(transfer->seconds);
+            (ours ? oursCpu : curlCpu).push_back(transfer->cpuSeconds);
+            if (ours)
+                peakRssMiB = std::max(peakRssMiB, transfer->peakRssMiB);
+        }
+    }
+    if (rounds > 0) {
+        char rss[64];
+        std::snprintf(rss, sizeof rss, " peak RSS %.1f MiB", peakRssMiB);
+        printThroughput("ours", oursSeconds, rss);
+        printThroughput("curl", curlSeconds, "");
+        // Medians over medians: one lucky round should not make the ratio.
+        const double ratio = median(curlSeconds) / median(oursSeconds);
+        std::printf("ratio ours/curl: %.2f (target >= 0.80; peak RSS target < 64 MiB)\n", ratio);
+        std::printf("cpu per download: ours median %.2f s, curl median %.2f s\n", median(oursCpu), median(curlCpu));
+        std::fflush(stdout);
+    }
+
+    std::vector<double> refreshMs;
+    {
+        auto pool = std::make_shared<WorkerPool>(1);
+        HttpClientWrapper http(pool);
+        for (int run = 0; run < refreshRuns; ++run) {
+            const double ms = timeRefresh(http, pool, sim.host());
+            if (ms < 0)
+                return 1;
+            refreshMs.push_back(ms);
+        }
+    }
+    std::printf("  refresh runs (ms):");
+    for (const double ms : refreshMs)
+        std::printf(" %.1f", ms);
+    std::printf("\n");
+    std::printf("refresh %d media: median %.1f ms (min %.1f, max %.1f, %d runs)\n", mediaCount, median(refreshMs),
+                *std::min_element(refreshMs.begin(), refreshMs.end()),
+                *std::max_element(refreshMs.begin(), refreshMs.end()), refreshRuns);
+    return 0;
+}
