@@ -3,6 +3,7 @@
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/logging.h"
+#include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
@@ -30,9 +31,12 @@ public:
     }
 
     void applyTheme(const QString &themeFile);
+    void applyDialogStyleSheets();
+    void connectLogin();
 
     std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
     HttpClientWrapper http{pool};
+    LoginController login{&http};
     std::shared_ptr<CloudMaterialController> materials = std::make_shared<CloudMaterialController>(&http);
 
     IRXRuntime *runtime = nullptr;
@@ -64,6 +68,38 @@ void MainController::Private::applyTheme(const QString &themeFile)
         qCWarning(lcController) << "no style sheet" << name << "for the theme" << themeFile;
     HV::replaceStyleSheet(styleSheet, sheet);
     styleSheet = sheet;
+    applyDialogStyleSheets();
+}
+
+void MainController::Private::applyDialogStyleSheets()
+{
+    const QString folder = QStringLiteral(":/cloudmaterialtheme/stylesheet");
+    login.setStyleSheet(HV::readStyleSheet(folder, QStringLiteral("loginwidget.qss"))
+                        + HV::readStyleSheet(folder, QStringLiteral("loginverify.qss")));
+}
+
+void MainController::Private::connectLogin()
+{
+    QObject::connect(&login, &LoginController::tokenChanged, q,
+                     [this](const std::string &token) { materials->setToken(token); });
+    QObject::connect(&login, &LoginController::sigCurrentNodeChanged, q,
+                     [this](const QString &node, const QString &identity) {
+                         currentNode = node.toStdString();
+                         currentNodeIdentity = identity.toStdString();
+                         materials->setNode(currentNode);
+                     });
+    QObject::connect(&login, &LoginController::sigLoginSucceeded, q, [this] {
+        const TokenInfoJson session = ConfigStore::instance().tokenInfo();
+        // The node the login used is the one the catalogue comes from.
+        if (!session.currentNode.empty())
+            materials->setNode(session.currentNode);
+        Q_EMIT q->loginSuccess(session.username);
+        materials->requestRefresh(true);
+    });
+    QObject::connect(&login, &LoginController::sigLogoutSucceeded, q, [this] {
+        Q_EMIT q->exitLoginSuccess();
+        materials->clear();
+    });
 }
 
 MainController &MainController::instance()
@@ -77,6 +113,8 @@ MainController::MainController()
 {
     qRegisterMetaType<std::string>("std::string");
     d->materials->init();
+    d->connectLogin();
+    d->applyDialogStyleSheets();
     connect(d->materials.get(), &CloudMaterialController::sigDownloadSuccess, this,
             &MainController::sigDownloadSuccess);
 }
@@ -111,8 +149,11 @@ void MainController::setDeviceName(const std::string &name)
 
 void MainController::setSerialNumber(const std::string &serialNumber)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    d->serialNumber = serialNumber;
+    {
+        std::lock_guard<std::mutex> lock(d->settingsMutex);
+        d->serialNumber = serialNumber;
+    }
+    d->login.setSerialNumber(serialNumber);
 }
 
 std::string MainController::mapLanguage(std::string_view code)
@@ -131,6 +172,7 @@ void MainController::setCurrentLanguage(std::string_view code)
 {
     d->currentLanguage = mapLanguage(code);
     TranslateManager::instance().setLanguage(d->currentLanguage);
+    d->login.setLanguage(d->currentLanguage);
 }
 
 void MainController::setCloudMaterialFolderPath(const std::string &path)
@@ -151,10 +193,13 @@ void MainController::setStarDragCallback(const StarDragCallback &callback)
 
 void MainController::login()
 {
+    d->login.resetNodeState();
     const TokenInfoJson session = ConfigStore::instance().tokenInfo();
     if (!session.currentNodeIdentity.empty() && !session.currentNode.empty())
         d->materials->setNode(session.currentNode);
-    qCInfo(lcController) << "login requested, language" << d->currentLanguage.c_str();
+    d->login.setLanguage(d->currentLanguage);
+    d->login.prepareLogin();
+    d->login.showLoginDialog();
 }
 
 bool MainController::autoLogin()
@@ -162,6 +207,7 @@ bool MainController::autoLogin()
     const TokenInfoJson session = ConfigStore::instance().tokenInfo();
     if (session.auth.empty())
         return false;
+    d->login.resetNodeState();
     d->currentNode = session.currentNode;
     d->currentNodeIdentity = session.currentNodeIdentity;
     d->materials->setNode(session.currentNode);
@@ -173,6 +219,7 @@ bool MainController::autoLogin()
 
 void MainController::exitLoginVerify()
 {
+    d->login.exitLoginVerify();
 }
 
 QWidget *MainController::cloudMaterialList()
@@ -276,6 +323,11 @@ std::shared_ptr<WorkerPool> MainController::workerPool() const
 std::shared_ptr<CloudMaterialController> MainController::materialController() const
 {
     return d->materials;
+}
+
+LoginController &MainController::loginController() const
+{
+    return d->login;
 }
 
 } // namespace talvor::cloudmaterial

@@ -16,6 +16,7 @@ class QWidget;
 namespace talvor::cloudmaterial {
 
 class CloudMaterialController;
+class LoginController;
 class MultimachineProxyClient;
 class MultimachineProxyServer;
 class WorkerPool;
@@ -72,6 +73,7 @@ public:
     IRXRuntime *runtime() const;
     std::shared_ptr<WorkerPool> workerPool() const;
     std::shared_ptr<CloudMaterialController> materialController() const;
+    LoginController &loginController() const;
 
     /** The module's language code for a host language code. */
     static std::string mapLanguage(std::string_view code);

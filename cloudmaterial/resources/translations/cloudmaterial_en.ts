@@ -15,5 +15,153 @@
         <source>Logout</source>
         <translation>Log out</translation>
     </message>
+    <message>
+        <source>SelectServer</source>
+        <translation>Select server</translation>
+    </message>
+    <message>
+        <source>EnterPhoneNum</source>
+        <translation>Enter phone number</translation>
+    </message>
+    <message>
+        <source>EnterPhoneOrEmailOrName</source>
+        <translation>Phone number, e-mail or user name</translation>
+    </message>
+    <message>
+        <source>EnterPassword</source>
+        <translation>Enter password</translation>
+    </message>
+    <message>
+        <source>EnterEmail</source>
+        <translation>Enter e-mail address</translation>
+    </message>
+    <message>
+        <source>EnterCorrectPhoneNum</source>
+        <translation>Please enter a valid phone number</translation>
+    </message>
+    <message>
+        <source>EnterCorrectEmail</source>
+        <translation>Please enter a valid e-mail address</translation>
+    </message>
+    <message>
+        <source>AccountOrPwdError</source>
+        <translation>Incorrect user name or password</translation>
+    </message>
+    <message>
+        <source>PleaseCheckServiceProxy</source>
+        <translation>Please accept the terms and privacy policy first</translation>
+    </message>
+    <message>
+        <source>PhoneNotExist</source>
+        <translation>This phone number is not registered</translation>
+    </message>
+    <message>
+        <source>EmailNotExist</source>
+        <translation>This e-mail address is not registered</translation>
+    </message>
+    <message>
+        <source>PleaseInputAccount</source>
+        <translation>Please enter your account</translation>
+    </message>
+    <message>
+        <source>PleaseInputPassword</source>
+        <translation>Please enter your password</translation>
+    </message>
+    <message>
+        <source>PleaseDragSliderVerify</source>
+        <translation>Please drag the slider to verify first</translation>
+    </message>
+    <message>
+        <source>LoginTypeLocked</source>
+        <translation>This login method is locked, please try again later</translation>
+    </message>
+    <message>
+        <source>GetVerifyCodeFail</source>
+        <translation>Failed to get the verification code</translation>
+    </message>
+    <message>
+        <source>VerificationCodeLogin</source>
+        <translation>Code login</translation>
+    </message>
+    <message>
+        <source>AccountLogin</source>
+        <translation>Account login</translation>
+    </message>
+    <message>
+        <source>Agree</source>
+        <translation>I agree to the</translation>
+    </message>
+    <message>
+        <source>TermsOfService</source>
+        <translation>Terms of Service</translation>
+    </message>
+    <message>
+        <source>PrivacyPolicy</source>
+        <translation>Privacy Policy</translation>
+    </message>
+    <message>
+        <source>And</source>
+        <translation>and</translation>
+    </message>
+    <message>
+        <source>NoAccount</source>
+        <translation>No account yet</translation>
+    </message>
+    <message>
+        <source>RegisterNow</source>
+        <translation>Register now</translation>
+    </message>
+    <message>
+        <source>RememberMe</source>
+        <translation>Remember me</translation>
+    </message>
+    <message>
+        <source>ForgotPassword</source>
+        <translation>Forgot password?</translation>
+    </message>
+    <message>
+        <source>ServerType</source>
+        <translation>Server type:</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Cancel</translation>
+    </message>
+    <message>
+        <source>GetVerifyCode</source>
+        <translation>Get code</translation>
+    </message>
+    <message>
+        <source>VerifyCodeError</source>
+        <translation>Incorrect verification code</translation>
+    </message>
+    <message>
+        <source>PhoneNum</source>
+        <translation>Phone: </translation>
+    </message>
+    <message>
+        <source>EmailNum</source>
+        <translation>E-mail: </translation>
+    </message>
+    <message>
+        <source>EnterCodeNum</source>
+        <translation>Enter the verification code</translation>
+    </message>
+    <message>
+        <source>AuthorizationVerify</source>
+        <translation>Authorization</translation>
+    </message>
+    <message>
+        <source>EmailTrustTip</source>
+        <translation>To protect your account, logging in on a new device needs a verification code. It will be sent to this e-mail address.</translation>
+    </message>
+    <message>
+        <source>PhoneTrustTip</source>
+        <translation>To protect your account, logging in on a new device needs a verification code. It will be sent to this phone number.</translation>
+    </message>
 </context>
 </TS>

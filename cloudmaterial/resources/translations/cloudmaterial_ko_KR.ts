@@ -15,5 +15,153 @@
         <source>Logout</source>
         <translation>로그아웃</translation>
     </message>
+    <message>
+        <source>SelectServer</source>
+        <translation>서버 선택</translation>
+    </message>
+    <message>
+        <source>EnterPhoneNum</source>
+        <translation>휴대폰 번호를 입력하세요</translation>
+    </message>
+    <message>
+        <source>EnterPhoneOrEmailOrName</source>
+        <translation>휴대폰 번호/이메일/사용자 이름</translation>
+    </message>
+    <message>
+        <source>EnterPassword</source>
+        <translation>비밀번호를 입력하세요</translation>
+    </message>
+    <message>
+        <source>EnterEmail</source>
+        <translation>이메일을 입력하세요</translation>
+    </message>
+    <message>
+        <source>EnterCorrectPhoneNum</source>
+        <translation>올바른 휴대폰 번호를 입력하세요</translation>
+    </message>
+    <message>
+        <source>EnterCorrectEmail</source>
+        <translation>올바른 이메일 주소를 입력하세요</translation>
+    </message>
+    <message>
+        <source>AccountOrPwdError</source>
+        <translation>사용자 이름 또는 비밀번호가 올바르지 않습니다</translation>
+    </message>
+    <message>
+        <source>PleaseCheckServiceProxy</source>
+        <translation>먼저 서비스 약관과 개인정보 처리방침에 동의하세요</translation>
+    </message>
+    <message>
+        <source>PhoneNotExist</source>
+        <translation>등록되지 않은 휴대폰 번호입니다</translation>
+    </message>
+    <message>
+        <source>EmailNotExist</source>
+        <translation>등록되지 않은 이메일입니다</translation>
+    </message>
+    <message>
+        <source>PleaseInputAccount</source>
+        <translation>계정을 입력하세요</translation>
+    </message>
+    <message>
+        <source>PleaseInputPassword</source>
+        <translation>비밀번호를 입력하세요</translation>
+    </message>
+    <message>
+        <source>PleaseDragSliderVerify</source>
+        <translation>먼저 슬라이더를 끌어 인증하세요</translation>
+    </message>
+    <message>
+        <source>LoginTypeLocked</source>
+        <translation>이 로그인 방식은 잠겨 있습니다. 잠시 후 다시 시도하세요</translation>
+    </message>
+    <message>
+        <source>GetVerifyCodeFail</source>
+        <translation>인증 코드를 받지 못했습니다</translation>
+    </message>
+    <message>
+        <source>VerificationCodeLogin</source>
+        <translation>인증 코드 로그인</translation>
+    </message>
+    <message>
+        <source>AccountLogin</source>
+        <translation>계정 로그인</translation>
+    </message>
+    <message>
+        <source>Agree</source>
+        <translation>동의:</translation>
+    </message>
+    <message>
+        <source>TermsOfService</source>
+        <translation>서비스 약관</translation>
+    </message>
+    <message>
+        <source>PrivacyPolicy</source>
+        <translation>개인정보 처리방침</translation>
+    </message>
+    <message>
+        <source>And</source>
+        <translation>및</translation>
+    </message>
+    <message>
+        <source>NoAccount</source>
+        <translation>계정이 없으신가요</translation>
+    </message>
+    <message>
+        <source>RegisterNow</source>
+        <translation>지금 가입</translation>
+    </message>
+    <message>
+        <source>RememberMe</source>
+        <translation>사용자 이름 기억</translation>
+    </message>
+    <message>
+        <source>ForgotPassword</source>
+        <translation>비밀번호 찾기</translation>
+    </message>
+    <message>
+        <source>ServerType</source>
+        <translation>서버 유형:</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>확인</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>취소</translation>
+    </message>
+    <message>
+        <source>GetVerifyCode</source>
+        <translation>인증 코드 받기</translation>
+    </message>
+    <message>
+        <source>VerifyCodeError</source>
+        <translation>인증 코드가 올바르지 않습니다</translation>
+    </message>
+    <message>
+        <source>PhoneNum</source>
+        <translation>휴대폰 번호: </translation>
+    </message>
+    <message>
+        <source>EmailNum</source>
+        <translation>이메일: </translation>
+    </message>
+    <message>
+        <source>EnterCodeNum</source>
+        <translation>인증 코드를 입력하세요</translation>
+    </message>
+    <message>
+        <source>AuthorizationVerify</source>
+        <translation>권한 인증</translation>
+    </message>
+    <message>
+        <source>EmailTrustTip</source>
+        <translation>계정 보안을 위해 새 기기에서 로그인하려면 본인 확인이 필요합니다. 인증 코드가 아래 이메일로 전송됩니다.</translation>
+    </message>
+    <message>
+        <source>PhoneTrustTip</source>
+        <translation>계정 보안을 위해 새 기기에서 로그인하려면 본인 확인이 필요합니다. 인증 코드가 아래 휴대폰 번호로 전송됩니다.</translation>
+    </message>
 </context>
 </TS>

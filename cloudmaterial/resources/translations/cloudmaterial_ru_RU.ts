@@ -15,5 +15,153 @@
         <source>Logout</source>
         <translation>Выйти</translation>
     </message>
+    <message>
+        <source>SelectServer</source>
+        <translation>Выбрать сервер</translation>
+    </message>
+    <message>
+        <source>EnterPhoneNum</source>
+        <translation>Введите номер телефона</translation>
+    </message>
+    <message>
+        <source>EnterPhoneOrEmailOrName</source>
+        <translation>Телефон, e-mail или имя пользователя</translation>
+    </message>
+    <message>
+        <source>EnterPassword</source>
+        <translation>Введите пароль</translation>
+    </message>
+    <message>
+        <source>EnterEmail</source>
+        <translation>Введите адрес e-mail</translation>
+    </message>
+    <message>
+        <source>EnterCorrectPhoneNum</source>
+        <translation>Введите правильный номер телефона</translation>
+    </message>
+    <message>
+        <source>EnterCorrectEmail</source>
+        <translation>Введите правильный адрес e-mail</translation>
+    </message>
+    <message>
+        <source>AccountOrPwdError</source>
+        <translation>Неверное имя пользователя или пароль</translation>
+    </message>
+    <message>
+        <source>PleaseCheckServiceProxy</source>
+        <translation>Примите условия и политику конфиденциальности</translation>
+    </message>
+    <message>
+        <source>PhoneNotExist</source>
+        <translation>Этот номер телефона не зарегистрирован</translation>
+    </message>
+    <message>
+        <source>EmailNotExist</source>
+        <translation>Этот адрес e-mail не зарегистрирован</translation>
+    </message>
+    <message>
+        <source>PleaseInputAccount</source>
+        <translation>Введите учётную запись</translation>
+    </message>
+    <message>
+        <source>PleaseInputPassword</source>
+        <translation>Введите пароль</translation>
+    </message>
+    <message>
+        <source>PleaseDragSliderVerify</source>
+        <translation>Сначала перетащите ползунок для проверки</translation>
+    </message>
+    <message>
+        <source>LoginTypeLocked</source>
+        <translation>Этот способ входа заблокирован, повторите попытку позже</translation>
+    </message>
+    <message>
+        <source>GetVerifyCodeFail</source>
+        <translation>Не удалось получить код подтверждения</translation>
+    </message>
+    <message>
+        <source>VerificationCodeLogin</source>
+        <translation>Вход по коду</translation>
+    </message>
+    <message>
+        <source>AccountLogin</source>
+        <translation>Вход по учётной записи</translation>
+    </message>
+    <message>
+        <source>Agree</source>
+        <translation>Я принимаю</translation>
+    </message>
+    <message>
+        <source>TermsOfService</source>
+        <translation>Условия обслуживания</translation>
+    </message>
+    <message>
+        <source>PrivacyPolicy</source>
+        <translation>Политику конфиденциальности</translation>
+    </message>
+    <message>
+        <source>And</source>
+        <translation>и</translation>
+    </message>
+    <message>
+        <source>NoAccount</source>
+        <translation>Нет аккаунта</translation>
+    </message>
+    <message>
+        <source>RegisterNow</source>
+        <translation>Регистрация</translation>
+    </message>
+    <message>
+        <source>RememberMe</source>
+        <translation>Запомнить меня</translation>
+    </message>
+    <message>
+        <source>ForgotPassword</source>
+        <translation>Забыли пароль?</translation>
+    </message>
+    <message>
+        <source>ServerType</source>
+        <translation>Тип сервера:</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Отмена</translation>
+    </message>
+    <message>
+        <source>GetVerifyCode</source>
+        <translation>Получить код</translation>
+    </message>
+    <message>
+        <source>VerifyCodeError</source>
+        <translation>Неверный код подтверждения</translation>
+    </message>
+    <message>
+        <source>PhoneNum</source>
+        <translation>Телефон: </translation>
+    </message>
+    <message>
+        <source>EmailNum</source>
+        <translation>E-mail: </translation>
+    </message>
+    <message>
+        <source>EnterCodeNum</source>
+        <translation>Введите код подтверждения</translation>
+    </message>
+    <message>
+        <source>AuthorizationVerify</source>
+        <translation>Подтверждение входа</translation>
+    </message>
+    <message>
+        <source>EmailTrustTip</source>
+        <translation>Для защиты учётной записи вход с нового устройства нужно подтвердить. Код будет отправлен на этот адрес e-mail.</translation>
+    </message>
+    <message>
+        <source>PhoneTrustTip</source>
+        <translation>Для защиты учётной записи вход с нового устройства нужно подтвердить. Код будет отправлен на этот номер телефона.</translation>
+    </message>
 </context>
 </TS>

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "cloudmaterial/login/loginjson.h"
+#include "cloudmaterial/login/nodesjson.h"
+#include "cloudmaterial/protocol/httpreply.h"
+
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace talvor::cloudmaterial {
+
+class HttpClientWrapper;
+class LoginDlalog;
+class LoginVerify;
+class VerifyCodeSlider;
+
+/**
+ * Speaks the cloud's login protocol for the login dialogs: the node directory and the global
+ * DNS entry, the slider and code checks, the three login modes, the second factor of a new
+ * device, and the session file that a successful login writes. Every call blocks the calling
+ * thread for at most one HTTP time-out and reports failures as results, never as exceptions.
+ */
+class LoginController : public QObject
+{
+    Q_OBJECT
+
+public:
+    /** Result of a login call. */
+    enum LoginResult : int {
+        Success = 0,
+        VerifyCodeError = -1,
+        AccountOrPasswordError = -2,
+        PhoneNotFound = -3,
+        EmailNotFound = -4,
+        LoginTypeLocked = -5,
+        UnknownError = -6,
+    };
+
+    explicit LoginController(HttpClientWrapper *http, QObject *parent = nullptr);
+    ~LoginController() override;
+
+    // The login dialogs.
+    /** Builds both dialogs afresh and fills them: settings, restored node, node list. Shows nothing. */
+    void prepareLogin();
+    void showLoginDialog();
+    /** Closes the second-factor dialog if it is open. */
+    void exitLoginVerify();
+    /** Forgets the current node host and identity. */
+    void resetNodeState();
+    void setLanguage(const std::string &moduleLanguage);
+    /** The device signature string sent with the second factor. */
+    void setSerialNumber(const std::string &serialNumber);
+    void setStyleSheet(const QString &sheet);
+
+    // Nodes and the global DNS entry.
+    /** The node directory at @p url, icons replaced by local flag images; empty on any failure. */
+    std::vector<NodeEntry> downloadNodeList(const std::string &url);
+    /** The user picked a node (the login dialog's sigUpdateSeverSelect). */
+    void selectNode(const QString &node, const QString &identity);
+    std::string currentNode() const;
+    std::string currentNodeIdentity() const;
+    /** Blocking; safe on the worker thread. An empty record when the control service fails. */
+    GlobalDNSJson getGlobalDnsAddr();
+
+    // Protocol calls.
+    /** Slider check or code request: true when the cloud accepts it and echoes the request's key. */
+    bool requestVerifyCode(const AliVerifyCodeInfo &info);
+    /** One login request; @p secondFactor (may be null) tells whether the cloud wants a second factor. */
+    int login(const LoginInfo &info, bool *secondFactor);
+    /** The login dialog's whole sigLogin sequence, second factor included. */
+    int handleLogin(const LoginInfo &info);
+    /** The second factor of a new device (the verification dialog's sigLogin). */
+    int secondLogin(const SecondVerifyCodeInfo &info);
+    /** POST with the module's source and version headers and the current token as Token and Authorization. */
+    HttpReply authenticatedPost(const std::string &url, const std::string &body);
+    /** The token of the last login, or of the session restored at prepareLogin(). */
+    std::string token() const;
+
+    LoginDlalog *loginDialog() const;
+    LoginVerify *verifyDialog() const;
+    VerifyCodeSlider *slider() const;
+
+Q_SIGNALS:
+    void tokenChanged(std::string token);
+    void sigLoginSucceeded();
+    void sigLogoutSucceeded();
+    void sigCurrentNodeChanged(const QString &node, const QString &identity);
+
+private:
+    class Private;
+    std::unique_ptr<Private> const d;
+};
+
+} // namespace talvor::cloudmaterial
+
+// The module's signals carry UTF-8 std::strings, also across threads.
+#ifndef RXCM_STD_STRING_METATYPE
+#define RXCM_STD_STRING_METATYPE
+Q_DECLARE_METATYPE(std::string)
+#endif

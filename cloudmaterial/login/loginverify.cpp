@@ -1,0 +1,266 @@
+#include "cloudmaterial/login/loginverify.h"
+
+#include "ui_loginverify.h"
+
+#include "cloudmaterial/login/jsmessage.h"
+#include "cloudmaterial/login/verifycodeslider.h"
+#include "cloudmaterial/titlebar.h"
+#include "cloudmaterial/translatemanager.h"
+
+#include <QEvent>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QRegularExpressionValidator>
+#include <QTimer>
+#include <QUuid>
+#include <QWebEngineView>
+
+namespace talvor::cloudmaterial {
+
+namespace {
+
+// The countdown's constants are part of the dialog's behaviour: 60 s, one step a second.
+constexpr int countdownStart = 60;
+constexpr int countdownIntervalMs = 1000;
+
+QString text(const char *key)
+{
+    return TranslateManager::text(key);
+}
+
+// Hides the four digits before the last four ("15612341762" -> "156****1762"), so the
+// country code in front of a number does not move the mask.
+QString maskedPhone(const QString &phone)
+{
+    const int length = phone.size();
+    if (length >= 8)
+        return phone.left(length - 8) + QStringLiteral("****") + phone.right(4);
+    if (length > 4) {
+        const int head = (length - 4) / 2;
+        return phone.left(head) + QStringLiteral("****") + phone.right(length - 4 - head);
+    }
+    return QString(length, QLatin1Char('*'));
+}
+
+} // namespace
+
+class LoginVerify::Private
+{
+public:
+    explicit Private(LoginVerify *q)
+        : q(q)
+    {
+    }
+
+    void retranslate();
+    void updateGetCodeText();
+    void getCode();
+    void countdownTick();
+    void confirm();
+
+    LoginVerify *const q;
+    Ui::LoginVerify ui;
+    TitleBar *titleBar = nullptr;
+    QPointer<VerifyCodeSlider> slider;
+    QString phone;
+    QString email;
+    QString creditSignature;
+    bool codeRequested = false;
+    bool countingDown = false;
+    int countdown = countdownStart;
+    QTimer *timer = nullptr;
+};
+
+void LoginVerify::Private::retranslate()
+{
+    titleBar->setTitle(text("AuthorizationVerify"));
+    q->setWindowTitle(text("AuthorizationVerify"));
+    const bool byPhone = !phone.isEmpty();
+    ui.label_tip->setText(text(byPhone ? "PhoneTrustTip" : "EmailTrustTip"));
+    ui.label_phoneNum->setText(byPhone ? text("PhoneNum") + maskedPhone(phone) : text("EmailNum") + email);
+    ui.lineEdit_code->setPlaceholderText(text("EnterCodeNum"));
+    ui.label_verfyCodeError->setText(text("VerifyCodeError"));
+    ui.pushButton_cancel->setText(text("Cancel"));
+    ui.pushButton_confirm->setText(text("OK"));
+    updateGetCodeText();
+}
+
+void LoginVerify::Private::updateGetCodeText()
+{
+    QString label = text("GetVerifyCode");
+    if (countingDown)
+        label += QStringLiteral("(%1s)").arg(countdown);
+    ui.pushButton_getCode->setText(label);
+}
+
+void LoginVerify::Private::getCode()
+{
+    codeRequested = true;
+    if (countingDown)
+        return; // the code of this countdown is on its way
+    AliVerifyCodeInfo info;
+    // The cloud echoes the key back; the controller compares it with the one sent.
+    info.key = QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
+    const bool byPhone = !phone.isEmpty();
+    info.phone = (byPhone ? phone : email).toStdString();
+    info.type = byPhone ? "MOBILE_PHONE" : "EMAIL";
+    info.templateCode = "TRUST_DEVICE";
+    if (slider) {
+        const JSMessage *message = slider->message(VerifyCodeSlider::TrustDevice);
+        info.sessionId = message->sessionId().toStdString();
+        info.sig = message->sig().toStdString();
+        info.token = message->token().toStdString();
+    }
+    QPointer<LoginVerify> alive(q);
+    Q_EMIT q->sigGetVerifyCode(info);
+    if (!alive)
+        return;
+    countingDown = true;
+    updateGetCodeText();
+    timer->start();
+}
+
+void LoginVerify::Private::countdownTick()
+{
+    if (countdown > 1) {
+        --countdown;
+        updateGetCodeText();
+        return;
+    }
+    timer->stop();
+    countingDown = false;
+    updateGetCodeText();
+    codeRequested = false;
+    countdown = countdownStart;
+}
+
+void LoginVerify::Private::confirm()
+{
+    const QString code = ui.lineEdit_code->text();
+    if (code.isEmpty()) {
+        ui.label_verfyCodeError->show();
+        return;
+    }
+    SecondVerifyCodeInfo info;
+    info.identityVerifyCode = code.toStdString();
+    if (slider) {
+        const JSMessage *message = slider->message(VerifyCodeSlider::TrustDevice);
+        info.sessionId = message->sessionId().toStdString();
+        info.sig = message->sig().toStdString();
+        info.token = message->token().toStdString();
+    }
+    ui.label_verfyCodeError->hide();
+    QPointer<LoginVerify> alive(q);
+    const int result = Q_EMIT q->sigLogin(info);
+    if (!alive)
+        return;
+    if (result == 0)
+        q->accept();
+    else
+        ui.label_verfyCodeError->show();
+}
+
+LoginVerify::LoginVerify(QWidget *parent)
+    : QDialog(parent)
+    , d(std::make_unique<Private>(this))
+{
+    d->ui.setupUi(this);
+    setWindowFlags(Qt::Dialog | Qt::FramelessWindowHint);
+    setModal(true);
+    setFixedSize(420, 340);
+
+    d->titleBar = new TitleBar(d->ui.widget_title);
+    d->titleBar->setObjectName(QStringLiteral("titleBarLogin"));
+    d->titleBar->setMinimizeVisible(false);
+    d->titleBar->setMaximizeVisible(false);
+    d->ui.layout_title->addWidget(d->titleBar);
+
+    d->ui.lineEdit_code->setValidator(
+        new QRegularExpressionValidator(QRegularExpression(QStringLiteral(R"(^\d{0,6}$)")), this));
+    QSizePolicy policy = d->ui.label_verfyCodeError->sizePolicy();
+    policy.setRetainSizeWhenHidden(true); // the form does not jump when the error shows
+    d->ui.label_verfyCodeError->setSizePolicy(policy);
+    d->ui.label_verfyCodeError->hide();
+
+    d->timer = new QTimer(this);
+    d->timer->setObjectName(QStringLiteral("countdownTimer"));
+    d->timer->setInterval(countdownIntervalMs);
+    connect(d->timer, &QTimer::timeout, this, [this] { d->countdownTick(); });
+    connect(d->ui.pushButton_getCode, &QPushButton::clicked, this, [this] { d->getCode(); });
+    connect(d->ui.pushButton_confirm, &QPushButton::clicked, this, [this] { d->confirm(); });
+    connect(d->ui.pushButton_cancel, &QPushButton::clicked, this, &QDialog::reject);
+
+    d->retranslate();
+}
+
+LoginVerify::~LoginVerify() = default;
+
+void LoginVerify::setPhone(const QString &phone)
+{
+    d->phone = phone;
+    d->retranslate();
+}
+
+void LoginVerify::setEmail(const QString &email)
+{
+    d->email = email;
+    d->retranslate();
+}
+
+void LoginVerify::setCreditSignature(const QString &signature)
+{
+    d->creditSignature = signature;
+}
+
+QString LoginVerify::creditSignature() const
+{
+    return d->creditSignature;
+}
+
+void LoginVerify::setSlider(VerifyCodeSlider *slider)
+{
+    d->slider = slider;
+    if (!slider)
+        return;
+    QWebEngineView *view = slider->view(VerifyCodeSlider::TrustDevice);
+    if (!view || view == d->ui.webEngineView_trust)
+        return;
+    QWidget *old = d->ui.webEngineView_trust;
+    view->setObjectName(old->objectName());
+    view->setStyleSheet(QStringLiteral("QWebEngineView { border: none; background: transparent; }"));
+    view->setMinimumSize(old->minimumSize());
+    view->setMaximumSize(old->maximumSize());
+    view->setSizePolicy(old->sizePolicy());
+    if (QLayoutItem *item = old->parentWidget()->layout()->replaceWidget(old, view))
+        delete item;
+    d->ui.webEngineView_trust = view;
+    delete old;
+}
+
+void LoginVerify::resetDialog()
+{
+    d->ui.lineEdit_code->clear();
+    d->ui.label_verfyCodeError->hide();
+    // The timer keeps running; the next tick sees 1 and ends the countdown the usual way.
+    if (d->countdown != countdownStart)
+        d->countdown = 1;
+}
+
+int LoginVerify::countdownValue() const
+{
+    return d->countdown;
+}
+
+bool LoginVerify::isCountingDown() const
+{
+    return d->countingDown;
+}
+
+void LoginVerify::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange && d->titleBar)
+        d->retranslate();
+    QDialog::changeEvent(event);
+}
+
+} // namespace talvor::cloudmaterial

@@ -1,0 +1,155 @@
+#include "cloudmaterial/login/verifycodeslider.h"
+
+#include "cloudmaterial/login/jsmessage.h"
+
+#include <QCoreApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QPointer>
+#include <QWebChannel>
+#include <QWebEnginePage>
+#include <QWebEngineSettings>
+#include <QWebEngineView>
+
+#include <array>
+
+Q_LOGGING_CATEGORY(lcSlider, "rxcm.slider", QtInfoMsg)
+
+namespace talvor::cloudmaterial {
+
+namespace {
+
+constexpr int placeCount = 3;
+
+// A JavaScript string literal for @p text (JSON quoting is valid JavaScript).
+QString jsString(const QString &text)
+{
+    const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(array.mid(1, array.size() - 2));
+}
+
+} // namespace
+
+class VerifyCodeSlider::Private
+{
+public:
+    struct Set
+    {
+        JSMessage *message = nullptr;
+        QWebChannel *channel = nullptr;
+        QPointer<QWebEngineView> view;
+    };
+
+    explicit Private(VerifyCodeSlider *q)
+        : q(q)
+    {
+    }
+
+    void buildView(int place);
+    void applyLanguage(QWebEngineView *view) const;
+
+    VerifyCodeSlider *const q;
+    std::array<Set, placeCount> sets;
+    QString language;
+};
+
+void VerifyCodeSlider::Private::buildView(int place)
+{
+    Set &set = sets[std::size_t(place)];
+    // No parent: the dialog that places the view owns it from then on.
+    auto *view = new QWebEngineView;
+    view->setObjectName(QStringLiteral("sliderView%1").arg(place));
+    // Lets the dialog's background show around the slider.
+    view->page()->setBackgroundColor(Qt::transparent);
+    // A missing page leaves the slider blank rather than putting the engine's error page
+    // into a login dialog.
+    view->settings()->setAttribute(QWebEngineSettings::ErrorPageEnabled, false);
+    view->page()->setWebChannel(set.channel);
+    set.view = view;
+
+    // A (re)loaded page shows an unsolved slider, so the set is not verified any more.
+    JSMessage *message = set.message;
+    QObject::connect(view, &QWebEngineView::loadStarted, message, [message] { message->clear(); });
+    QObject::connect(view, &QWebEngineView::loadFinished, q, [this, view, place](bool ok) {
+        if (ok) {
+            qCDebug(lcSlider) << "Slider page loaded for place" << place;
+            applyLanguage(view);
+        } else {
+            qCWarning(lcSlider) << "Slider page failed to load for place" << place << "from"
+                                << VerifyCodeSlider::pageUrl().toString();
+        }
+    });
+    view->load(VerifyCodeSlider::pageUrl());
+}
+
+void VerifyCodeSlider::Private::applyLanguage(QWebEngineView *view) const
+{
+    // The signal only reaches pages whose channel is up; a page that has just loaded may not
+    // be there yet, so it is told directly as well.
+    if (language.isEmpty())
+        return;
+    view->page()->runJavaScript(
+        QStringLiteral("window.ncSetLanguage && window.ncSetLanguage(%1);").arg(jsString(language)));
+}
+
+VerifyCodeSlider::VerifyCodeSlider(QObject *parent)
+    : QObject(parent)
+    , d(std::make_unique<Private>(this))
+{
+    for (int place = 0; place < placeCount; ++place) {
+        Private::Set &set = d->sets[std::size_t(place)];
+        set.message = new JSMessage(this);
+        set.channel = new QWebChannel(this);
+        set.channel->registerObject(QStringLiteral("myObject"), set.message);
+        d->buildView(place);
+    }
+}
+
+VerifyCodeSlider::~VerifyCodeSlider()
+{
+    for (Private::Set &set : d->sets) {
+        if (!set.view)
+            continue;
+        // The channel goes with us; a view that lives on in a dialog must not keep using it.
+        set.view->page()->setWebChannel(nullptr);
+        if (!set.view->parent())
+            delete set.view.data();
+    }
+}
+
+QWebEngineView *VerifyCodeSlider::view(Place place)
+{
+    const int index = int(place);
+    if (index < 0 || index >= placeCount)
+        return nullptr;
+    if (!d->sets[std::size_t(index)].view) {
+        qCDebug(lcSlider) << "Rebuilding the slider view for place" << index;
+        d->sets[std::size_t(index)].message->clear();
+        d->buildView(index);
+    }
+    return d->sets[std::size_t(index)].view;
+}
+
+JSMessage *VerifyCodeSlider::message(Place place) const
+{
+    const int index = int(place);
+    if (index < 0 || index >= placeCount)
+        return nullptr;
+    return d->sets[std::size_t(index)].message;
+}
+
+void VerifyCodeSlider::setLanguage(const QString &language)
+{
+    d->language = language;
+    for (const Private::Set &set : d->sets)
+        Q_EMIT set.message->sigLanguageChanged(language);
+}
+
+QUrl VerifyCodeSlider::pageUrl()
+{
+    return QUrl::fromLocalFile(QCoreApplication::applicationDirPath()
+                               + QStringLiteral("/cloud/html/nc.html"));
+}
+
+} // namespace talvor::cloudmaterial

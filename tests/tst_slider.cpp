@@ -1,0 +1,577 @@
+// The slider check end to end: the page in a real web view under Xvfb, driven with pointer
+// events, its result arriving through the web channel, the result checked here against the
+// signing rule written out independently and accepted by the local cloud.
+
+#include "cloudmaterial/login/jsmessage.h"
+#include "cloudmaterial/login/verifycodeslider.h"
+#include "support/cloudsimfixture.h"
+
+#include <QtTest>
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMessageAuthenticationCode>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <QVBoxLayout>
+#include <QWebChannel>
+#include <QWebEnginePage>
+#include <QWebEngineView>
+#include <QWidget>
+
+#include <memory>
+#include <optional>
+
+using talvor::cloudmaterial::VerifyCodeSlider;
+
+namespace {
+
+// Set in the copy of this suite that runs without a slider page beside it.
+const char missingPageRun[] = "RXCM_SLIDER_WITHOUT_PAGE";
+
+QVariant evaluate(QWebEngineView *view, const QString &script)
+{
+    auto result = std::make_shared<std::optional<QVariant>>();
+    view->page()->runJavaScript(script, [result](const QVariant &value) { *result = value; });
+    if (!QTest::qWaitFor([&] { return result->has_value(); }, 20000))
+        return QVariant(QStringLiteral("<no answer from the page>"));
+    return **result;
+}
+
+// Presses the handle, moves it in @p steps to @p fraction of the track (past the end for
+// 1.0) and, if asked, lets go. Returns the track's travel in px, -1 without a slider.
+QString dragScript(double fraction, int steps, bool release)
+{
+    return QStringLiteral(R"((function (fraction, steps, release) {
+        var handle = document.getElementById('handle');
+        var slider = document.getElementById('slider');
+        if (!handle || !slider)
+            return -1;
+        var box = handle.getBoundingClientRect();
+        var x = Math.round(box.left + box.width / 2), y = Math.round(box.top + box.height / 2);
+        var travel = slider.clientWidth - handle.offsetWidth;
+        var end = Math.round(x + travel * fraction + (fraction >= 1 ? 12 : 0));
+        function fire(type, clientX) {
+            handle.dispatchEvent(new PointerEvent(type, {
+                bubbles: true, cancelable: true, pointerId: 7, pointerType: 'mouse',
+                isPrimary: true, button: type === 'pointermove' ? -1 : 0,
+                buttons: type === 'pointerup' ? 0 : 1, clientX: clientX, clientY: y }));
+        }
+        fire('pointerdown', x);
+        for (var i = 1; i <= steps; ++i)
+            fire('pointermove', Math.round(x + (end - x) * i / steps));
+        if (release)
+            fire('pointerup', end);
+        return travel;
+    })(%1, %2, %3))")
+        .arg(fraction)
+        .arg(steps)
+        .arg(release ? QStringLiteral("true") : QStringLiteral("false"));
+}
+
+const QString handleOffset = QStringLiteral(
+    "Math.round(new DOMMatrix(getComputedStyle(document.getElementById('handle')).transform).m41)");
+const QString labelText = QStringLiteral("document.getElementById('label').textContent");
+const QString isVerified = QStringLiteral("document.getElementById('slider').classList.contains('verified')");
+
+// The signing rule of the page and the cloud, written out again: token "nc-" + base64url of
+// a JSON object, sig the hex HMAC-SHA256 of sessionId + "|" + token under "rxcm-slider-v1".
+QString expectedSig(const QString &sessionId, const QString &token)
+{
+    return QString::fromLatin1(QMessageAuthenticationCode::hash((sessionId + QLatin1Char('|') + token).toUtf8(),
+                                                                "rxcm-slider-v1", QCryptographicHash::Sha256)
+                                   .toHex());
+}
+
+QJsonObject tokenSummary(const QString &token)
+{
+    if (!token.startsWith(QLatin1String("nc-")))
+        return {};
+    const QByteArray encoded = token.mid(3).toLatin1();
+    auto decoded = QByteArray::fromBase64Encoding(encoded, QByteArray::Base64UrlEncoding
+                                                               | QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        return {};
+    return QJsonDocument::fromJson(*decoded).object();
+}
+
+// A stand-in for a login dialog: dark like the theme, holding one slider view.
+std::unique_ptr<QWidget> hostFor(QWebEngineView *view)
+{
+    auto host = std::make_unique<QWidget>();
+    host->setStyleSheet(QStringLiteral("background: #272b33;"));
+    host->setAutoFillBackground(true);
+    auto *layout = new QVBoxLayout(host.get());
+    layout->setContentsMargins(16, 12, 16, 12);
+    view->setStyleSheet(QStringLiteral("QWebEngineView { border: none; background: transparent; }"));
+    view->setFixedSize(320, 40);
+    layout->addWidget(view);
+    host->show();
+    return host;
+}
+
+QString screenshotPath(const QString &name)
+{
+    const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/../screenshots");
+    QDir().mkpath(folder);
+    return QDir::cleanPath(folder + QLatin1Char('/') + name);
+}
+
+// True once the grabbed picture holds a pixel of the verified colour (green), i.e. the page
+// has really been drawn in its verified state.
+bool showsVerifiedColour(QWidget *widget)
+{
+    const QImage image = widget->grab().toImage();
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            if (c.green() > 120 && c.green() > c.red() + 60 && c.green() > c.blue() + 40)
+                return true;
+        }
+    return false;
+}
+
+} // namespace
+
+// The drag helper verifies as it goes; a failure inside it ends the calling test too.
+#define DRAG_TO_THE_END(place, slider)                                                                 \
+    do {                                                                                               \
+        dragToTheEnd(place, slider);                                                                   \
+        if (QTest::currentTestFailed())                                                                \
+            return;                                                                                    \
+    } while (false)
+
+class TestSlider : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void setsAreBuiltAndLoaded();
+    void dragToTheEndDeliversASignedResult();
+    void cloudAcceptsTheResult();
+    void earlyReleaseSpringsBack();
+    void twoResultsReplaceEachOther();
+    void languageSwitchesPageText_data();
+    void languageSwitchesPageText();
+    void viewIsRebuiltAfterItsDialogIsGone();
+    void sliderGoneWhileDialogKeepsView();
+    void missingPageGivesNoResult();
+
+private:
+    // Waits for the page of @p view and its web channel.
+    bool waitUntilReady(QWebEngineView *view);
+    // Drags the slider of @p place to the end and keeps the delivered values.
+    void dragToTheEnd(VerifyCodeSlider::Place place, VerifyCodeSlider &slider);
+
+    QString m_lastSessionId, m_lastSig, m_lastToken;
+    std::unique_ptr<QWebEngineView> m_keeper;
+};
+
+void TestSlider::initTestCase()
+{
+    const bool withoutPage = qEnvironmentVariableIsSet(missingPageRun);
+    QCOMPARE(QFile::exists(VerifyCodeSlider::pageUrl().toLocalFile()), !withoutPage);
+    // Every test builds and drops its own views; once the last page of the process is gone,
+    // the engine takes seconds before it renders a new one. A page kept open for the whole
+    // run avoids that wait (a host keeps its slider views for as long as it runs).
+    m_keeper = std::make_unique<QWebEngineView>();
+    m_keeper->setHtml(QStringLiteral("<html><body></body></html>"), VerifyCodeSlider::pageUrl());
+}
+
+void TestSlider::cleanupTestCase()
+{
+    m_keeper.reset();
+}
+
+bool TestSlider::waitUntilReady(QWebEngineView *view)
+{
+    // The page may already be there; what counts is the channel being up inside it.
+    return QTest::qWaitFor(
+        [&] {
+            return evaluate(view, QStringLiteral("!!(window.myObject && document.getElementById('handle'))"))
+                       .toBool();
+        },
+        30000);
+}
+
+void TestSlider::dragToTheEnd(VerifyCodeSlider::Place place, VerifyCodeSlider &slider)
+{
+    QWebEngineView *view = slider.view(place);
+    QSignalSpy delivered(slider.message(place), &JSMessage::signalJSGetSuccess);
+    QVERIFY(waitUntilReady(view));
+    QVERIFY(evaluate(view, dragScript(1.0, 24, true)).toInt() > 100);
+    QTRY_COMPARE_WITH_TIMEOUT(delivered.count(), 1, 20000);
+    m_lastSessionId = slider.message(place)->sessionId();
+    m_lastSig = slider.message(place)->sig();
+    m_lastToken = slider.message(place)->token();
+}
+
+void TestSlider::setsAreBuiltAndLoaded()
+{
+    VerifyCodeSlider slider;
+    QList<JSMessage *> messages;
+    QList<QWebEngineView *> views;
+    std::vector<std::unique_ptr<QSignalSpy>> loaded;
+    for (auto place : {VerifyCodeSlider::AccountLogin, VerifyCodeSlider::CodeLogin, VerifyCodeSlider::TrustDevice}) {
+        QWebEngineView *view = slider.view(place);
+        QVERIFY(view);
+        QCOMPARE(slider.view(place), view); // handed out again while it lives
+        QCOMPARE(view->page()->requestedUrl(), VerifyCodeSlider::pageUrl());
+        QVERIFY(view->page()->webChannel());
+        JSMessage *message = slider.message(place);
+        QVERIFY(message);
+        QCOMPARE(message->parent(), &slider);
+        QVERIFY(message->sessionId().isEmpty() && message->sig().isEmpty() && message->token().isEmpty());
+        QVERIFY(!messages.contains(message));
+        messages.append(message);
+        views.append(view);
+        loaded.push_back(std::make_unique<QSignalSpy>(view, &QWebEngineView::loadFinished));
+    }
+    QCOMPARE(VerifyCodeSlider::pageUrl(),
+             QUrl::fromLocalFile(QCoreApplication::applicationDirPath() + QStringLiteral("/cloud/html/nc.html")));
+    for (std::size_t i = 0; i < loaded.size(); ++i) {
+        QTRY_COMPARE_WITH_TIMEOUT(loaded[i]->count(), 1, 30000);
+        QCOMPARE(loaded[i]->at(0).at(0).toBool(), true);
+        QCOMPARE(views.at(int(i))->url(), VerifyCodeSlider::pageUrl());
+    }
+    // Each page sees its own set's object under the agreed name.
+    QVERIFY(waitUntilReady(slider.view(VerifyCodeSlider::TrustDevice)));
+    QCOMPARE(evaluate(slider.view(VerifyCodeSlider::TrustDevice), QStringLiteral("typeof myObject.slotJSMsg"))
+                 .toString(),
+             QStringLiteral("function"));
+}
+
+void TestSlider::dragToTheEndDeliversASignedResult()
+{
+    VerifyCodeSlider slider;
+    QWebEngineView *view = slider.view(VerifyCodeSlider::AccountLogin);
+    const auto host = hostFor(view);
+    QVERIFY(QTest::qWaitForWindowExposed(host.get()));
+    QVERIFY(waitUntilReady(view));
+    QTRY_VERIFY_WITH_TIMEOUT(!host->grab().isNull(), 10000);
+    host->grab().save(screenshotPath(QStringLiteral("slider-before.png")));
+    QVERIFY(!showsVerifiedColour(host.get()));
+
+    // Other places stay untouched by this drag.
+    QSignalSpy otherPlace(slider.message(VerifyCodeSlider::CodeLogin), &JSMessage::signalJSGetSuccess);
+    DRAG_TO_THE_END(VerifyCodeSlider::AccountLogin, slider);
+    QCOMPARE(otherPlace.count(), 0);
+    QVERIFY(slider.message(VerifyCodeSlider::CodeLogin)->sessionId().isEmpty());
+
+    const QString sessionId = m_lastSessionId;
+    const QString sig = m_lastSig;
+    const QString token = m_lastToken;
+    QVERIFY(!sessionId.isEmpty() && !sig.isEmpty() && !token.isEmpty());
+    QVERIFY2(QRegularExpression(QStringLiteral("^[0-9a-f]{32}$")).match(sessionId).hasMatch(), qPrintable(sessionId));
+    QCOMPARE(sig, expectedSig(sessionId, token));
+    // The summary tells where the drag ended: at the end of the track, after several moves.
+    const QJsonObject summary = tokenSummary(token);
+    QVERIFY2(!summary.isEmpty(), qPrintable(token));
+    QCOMPARE(summary.value("v").toInt(), 1);
+    QVERIFY(summary.value("w").toInt() > 100);
+    QCOMPARE(summary.value("x").toInt(), summary.value("w").toInt());
+    QVERIFY(summary.value("n").toInt() >= 2);
+    QVERIFY(summary.value("ms").toInt() >= 0);
+
+    // The page shows its verified state, and a further drag delivers nothing new.
+    QCOMPARE(evaluate(view, isVerified).toBool(), true);
+    QTRY_VERIFY_WITH_TIMEOUT(showsVerifiedColour(host.get()), 10000);
+    host->grab().save(screenshotPath(QStringLiteral("slider-after.png")));
+    QSignalSpy again(slider.message(VerifyCodeSlider::AccountLogin), &JSMessage::signalJSGetSuccess);
+    evaluate(view, dragScript(1.0, 10, true));
+    evaluate(view, QStringLiteral("0")); // one more round trip for anything queued
+    QCOMPARE(again.count(), 0);
+    QCOMPARE(slider.message(VerifyCodeSlider::AccountLogin)->sessionId(), sessionId);
+
+    // Two drags never share a session id.
+    QSignalSpy reloaded(view, &QWebEngineView::loadFinished);
+    view->reload();
+    QTRY_COMPARE_WITH_TIMEOUT(reloaded.count(), 1, 30000);
+    QVERIFY(slider.message(VerifyCodeSlider::AccountLogin)->sessionId().isEmpty()); // not verified again
+    DRAG_TO_THE_END(VerifyCodeSlider::AccountLogin, slider);
+    QVERIFY(m_lastSessionId != sessionId);
+    QCOMPARE(m_lastSig, expectedSig(m_lastSessionId, m_lastToken));
+}
+
+void TestSlider::cloudAcceptsTheResult()
+{
+    VerifyCodeSlider slider;
+    const auto host = hostFor(slider.view(VerifyCodeSlider::CodeLogin));
+    DRAG_TO_THE_END(VerifyCodeSlider::CodeLogin, slider);
+
+    CloudSim cloud;
+    QVERIFY(cloud.start(R"({"accounts":[{"token":"tok-1","name":"alice","password":"pw"}]})"));
+    QNetworkAccessManager manager;
+    const auto check = [&](const QString &sessionId, const QString &sig, const QString &token) {
+        QNetworkRequest request(QUrl(cloud.url(QStringLiteral(
+            "/gateway/apis?cirro=v1/web-backend-service/identity-verify-code/slider"))));
+        request.setRawHeader("source", "mediaserver");
+        request.setRawHeader("version", "V1.0.0");
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+        const QJsonObject body{{"flag", 0},          {"key", "slider-key"}, {"parameter", ""},
+                               {"phone", ""},        {"sessionId", sessionId}, {"sig", sig},
+                               {"templateCode", ""}, {"token", token},      {"type", ""}};
+        QNetworkReply *reply = manager.post(request, QJsonDocument(body).toJson(QJsonDocument::Compact));
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        if (!reply->isFinished())
+            finished.wait(20000);
+        reply->deleteLater();
+        return QJsonDocument::fromJson(reply->readAll()).object();
+    };
+
+    const QJsonObject accepted = check(m_lastSessionId, m_lastSig, m_lastToken);
+    QCOMPARE(accepted.value("status").toBool(), true);
+    QCOMPARE(accepted.value("key").toString(), QStringLiteral("slider-key"));
+    // The same result with one changed character of the signature is refused, so the
+    // acceptance above rests on the signature.
+    QString forged = m_lastSig;
+    forged[0] = forged.at(0) == QLatin1Char('0') ? QLatin1Char('1') : QLatin1Char('0');
+    const QJsonObject refused = check(m_lastSessionId, forged, m_lastToken);
+    QCOMPARE(refused.value("status").toBool(), false);
+}
+
+void TestSlider::earlyReleaseSpringsBack()
+{
+    VerifyCodeSlider slider;
+    QWebEngineView *view = slider.view(VerifyCodeSlider::AccountLogin);
+    const auto host = hostFor(view);
+    QSignalSpy delivered(slider.message(VerifyCodeSlider::AccountLogin), &JSMessage::signalJSGetSuccess);
+    QVERIFY(waitUntilReady(view));
+
+    // Held halfway: the handle stays where it was taken.
+    const int travel = evaluate(view, dragScript(0.5, 12, false)).toInt();
+    QVERIFY(travel > 100);
+    const int held = evaluate(view, handleOffset).toInt();
+    QVERIFY2(qAbs(held - travel / 2) <= 2, qPrintable(QStringLiteral("%1 of %2").arg(held).arg(travel)));
+    host->grab().save(screenshotPath(QStringLiteral("slider-halfway.png")));
+
+    // Let go: back to the start, no result, not verified.
+    evaluate(view, QStringLiteral(
+        "document.getElementById('handle').dispatchEvent(new PointerEvent('pointerup', {bubbles: true, "
+        "pointerId: 7, pointerType: 'mouse', isPrimary: true, button: 0, buttons: 0}))"));
+    QTRY_COMPARE_WITH_TIMEOUT(evaluate(view, handleOffset).toInt(), 0, 10000);
+    QCOMPARE(evaluate(view, isVerified).toBool(), false);
+    QCOMPARE(delivered.count(), 0);
+    QVERIFY(slider.message(VerifyCodeSlider::AccountLogin)->sessionId().isEmpty());
+
+    // Nearly at the end is still not the end.
+    evaluate(view, dragScript(0.95, 12, true));
+    QTRY_COMPARE_WITH_TIMEOUT(evaluate(view, handleOffset).toInt(), 0, 10000);
+    QCOMPARE(delivered.count(), 0);
+
+    // The slider is not stuck: a full drag afterwards passes.
+    DRAG_TO_THE_END(VerifyCodeSlider::AccountLogin, slider);
+    QCOMPARE(delivered.count(), 1);
+}
+
+void TestSlider::twoResultsReplaceEachOther()
+{
+    JSMessage message;
+    QSignalSpy delivered(&message, &JSMessage::signalJSGetSuccess);
+    QSignalSpy language(&message, &JSMessage::sigLanguageChanged);
+
+    QTest::ignoreMessage(QtDebugMsg, R"(Received from JavaScript: "s-1"     "g-1"      "t-1")");
+    message.slotJSMsg(QStringLiteral("s-1"), QStringLiteral("g-1"), QStringLiteral("t-1"));
+    QCOMPARE(delivered.count(), 1);
+    QCOMPARE(message.sessionId(), QStringLiteral("s-1"));
+    QCOMPARE(message.sig(), QStringLiteral("g-1"));
+    QCOMPARE(message.token(), QStringLiteral("t-1"));
+
+    QTest::ignoreMessage(QtDebugMsg, R"(Received from JavaScript: "s-2"     "g \"2\""      "t-2")");
+    message.slotJSMsg(QStringLiteral("s-2"), QStringLiteral("g \"2\""), QStringLiteral("t-2"));
+    QCOMPARE(delivered.count(), 2);
+    QCOMPARE(message.sessionId(), QStringLiteral("s-2"));
+    QCOMPARE(message.sig(), QStringLiteral("g \"2\""));
+    QCOMPARE(message.token(), QStringLiteral("t-2"));
+
+    // Empty values are stored as they come, and still count as a delivery.
+    QTest::ignoreMessage(QtDebugMsg, R"(Received from JavaScript: ""     "g-3"      "")");
+    message.slotJSMsg(QString(), QStringLiteral("g-3"), QString());
+    QCOMPARE(delivered.count(), 3);
+    QCOMPARE(message.sessionId(), QString());
+    QCOMPARE(message.sig(), QStringLiteral("g-3"));
+    QCOMPARE(message.token(), QString());
+    QCOMPARE(language.count(), 0);
+
+    // The same through the slider's set, called from the page itself.
+    VerifyCodeSlider slider;
+    QWebEngineView *view = slider.view(VerifyCodeSlider::TrustDevice);
+    JSMessage *set = slider.message(VerifyCodeSlider::TrustDevice);
+    QSignalSpy fromPage(set, &JSMessage::signalJSGetSuccess);
+    QVERIFY(waitUntilReady(view));
+    evaluate(view, QStringLiteral("myObject.slotJSMsg('a', 'b', 'c'); myObject.slotJSMsg('d', 'e', 'f');"));
+    QTRY_COMPARE_WITH_TIMEOUT(fromPage.count(), 2, 10000);
+    QCOMPARE(set->sessionId(), QStringLiteral("d"));
+    QCOMPARE(set->sig(), QStringLiteral("e"));
+    QCOMPARE(set->token(), QStringLiteral("f"));
+}
+
+void TestSlider::languageSwitchesPageText_data()
+{
+    QTest::addColumn<QString>("language");
+    QTest::addColumn<QString>("dragText");
+    QTest::addColumn<QString>("doneText");
+    QTest::newRow("cn") << "cn" << QStringLiteral("请按住滑块，拖动到最右边") << QStringLiteral("验证通过");
+    QTest::newRow("tw") << "tw" << QStringLiteral("請按住滑塊，拖動到最右邊") << QStringLiteral("驗證通過");
+    QTest::newRow("en") << "en" << QStringLiteral("Drag the slider to the right") << QStringLiteral("Verified");
+    QTest::newRow("ko_KR") << "ko_KR" << QStringLiteral("슬라이더를 오른쪽 끝까지 끌어 주세요")
+                           << QStringLiteral("인증되었습니다");
+    QTest::newRow("ru_RU") << "ru_RU" << QStringLiteral("Перетащите ползунок вправо до конца")
+                           << QStringLiteral("Проверка пройдена");
+}
+
+void TestSlider::languageSwitchesPageText()
+{
+    QFETCH(QString, language);
+    QFETCH(QString, dragText);
+    QFETCH(QString, doneText);
+
+    VerifyCodeSlider slider;
+    QWebEngineView *view = slider.view(VerifyCodeSlider::CodeLogin);
+    const auto host = hostFor(view);
+    QSignalSpy changed(slider.message(VerifyCodeSlider::CodeLogin), &JSMessage::sigLanguageChanged);
+    QVERIFY(waitUntilReady(view));
+    // Start from a language other than the one under test, so a change is visible.
+    const QString other = language == QLatin1String("ru_RU") ? QStringLiteral("cn") : QStringLiteral("ru_RU");
+    slider.setLanguage(other);
+    QTRY_VERIFY_WITH_TIMEOUT(evaluate(view, labelText).toString() != dragText, 10000);
+
+    slider.setLanguage(language);
+    QCOMPARE(changed.count(), 2);
+    QCOMPARE(changed.at(1).at(0).toString(), language);
+    QTRY_COMPARE_WITH_TIMEOUT(evaluate(view, labelText).toString(), dragText, 10000);
+    QCOMPARE(evaluate(view, QStringLiteral("document.documentElement.lang")).toString(), language);
+
+    // An unknown language leaves the text as it is.
+    slider.setLanguage(QStringLiteral("xx_YY"));
+    evaluate(view, QStringLiteral("0"));
+    QCOMPARE(evaluate(view, labelText).toString(), dragText);
+
+    // The verified state speaks the same language.
+    DRAG_TO_THE_END(VerifyCodeSlider::CodeLogin, slider);
+    QCOMPARE(evaluate(view, labelText).toString(), doneText);
+
+    // Every place hears the change.
+    for (auto place : {VerifyCodeSlider::AccountLogin, VerifyCodeSlider::TrustDevice}) {
+        QVERIFY(waitUntilReady(slider.view(place)));
+        QTRY_COMPARE_WITH_TIMEOUT(evaluate(slider.view(place), labelText).toString(), dragText, 10000);
+    }
+}
+
+void TestSlider::viewIsRebuiltAfterItsDialogIsGone()
+{
+    VerifyCodeSlider slider;
+    JSMessage *message = slider.message(VerifyCodeSlider::AccountLogin);
+    QWebChannel *channel = slider.view(VerifyCodeSlider::AccountLogin)->page()->webChannel();
+    slider.setLanguage(QStringLiteral("tw"));
+
+    // First dialog: the view lives in it and the check is passed.
+    auto dialog = hostFor(slider.view(VerifyCodeSlider::AccountLogin));
+    QPointer<QWebEngineView> first = slider.view(VerifyCodeSlider::AccountLogin);
+    QCOMPARE(first->parent(), dialog.get());
+    DRAG_TO_THE_END(VerifyCodeSlider::AccountLogin, slider);
+    QVERIFY(!message->sessionId().isEmpty());
+
+    // The dialog goes, and its view with it.
+    dialog.reset();
+    QVERIFY(first.isNull());
+
+    // The next dialog gets a working view on the same set, not verified yet.
+    QWebEngineView *second = slider.view(VerifyCodeSlider::AccountLogin);
+    QVERIFY(second);
+    QVERIFY(message->sessionId().isEmpty() && message->sig().isEmpty() && message->token().isEmpty());
+    QCOMPARE(slider.message(VerifyCodeSlider::AccountLogin), message);
+    QCOMPARE(second->page()->webChannel(), channel);
+    QCOMPARE(second->page()->requestedUrl(), VerifyCodeSlider::pageUrl());
+    QSignalSpy loaded(second, &QWebEngineView::loadFinished);
+    dialog = hostFor(second);
+    QTRY_COMPARE_WITH_TIMEOUT(loaded.count(), 1, 30000);
+    QCOMPARE(loaded.at(0).at(0).toBool(), true);
+    QCOMPARE(second->url(), VerifyCodeSlider::pageUrl());
+    // It speaks the language set before it existed.
+    QVERIFY(waitUntilReady(second));
+    QTRY_COMPARE_WITH_TIMEOUT(evaluate(second, labelText).toString(), QStringLiteral("請按住滑塊，拖動到最右邊"), 10000);
+    const QString before = m_lastSessionId;
+    DRAG_TO_THE_END(VerifyCodeSlider::AccountLogin, slider);
+    QVERIFY(!message->sessionId().isEmpty());
+    QVERIFY(message->sessionId() != before);
+    QCOMPARE(slider.view(VerifyCodeSlider::AccountLogin), second);
+}
+
+void TestSlider::sliderGoneWhileDialogKeepsView()
+{
+    auto slider = std::make_unique<VerifyCodeSlider>();
+    QWebEngineView *placed = slider->view(VerifyCodeSlider::CodeLogin);
+    QPointer<QWebEngineView> unplaced = slider->view(VerifyCodeSlider::TrustDevice);
+    const auto dialog = hostFor(placed);
+    QVERIFY(waitUntilReady(placed));
+    slider.reset();
+    // The dialog's view survives without the channel; the views nobody took are gone.
+    QCOMPARE(placed->parent(), dialog.get());
+    QCOMPARE(placed->page()->webChannel(), nullptr);
+    QVERIFY(unplaced.isNull());
+    QCOMPARE(evaluate(placed, QStringLiteral("1 + 1")).toInt(), 2);
+}
+
+void TestSlider::missingPageGivesNoResult()
+{
+    if (!qEnvironmentVariableIsSet(missingPageRun)) {
+        // This suite again, from a folder with no cloud/html beside it.
+        QTemporaryDir tree;
+        QVERIFY(tree.isValid());
+        QVERIFY(QDir(tree.path()).mkpath(QStringLiteral("bin")));
+        const QString copy = tree.path() + QStringLiteral("/bin/") + QFileInfo(QCoreApplication::applicationFilePath()).fileName();
+        QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), copy));
+        QVERIFY(QFile::setPermissions(copy, QFile::permissions(copy) | QFileDevice::ExeOwner));
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QString::fromLatin1(missingPageRun), QStringLiteral("1"));
+        child.setProcessEnvironment(environment);
+        child.setProcessChannelMode(QProcess::MergedChannels);
+        child.start(copy, {QStringLiteral("missingPageGivesNoResult")});
+        QVERIFY(child.waitForStarted());
+        QVERIFY(child.waitForFinished(180000));
+        const QByteArray output = child.readAll();
+        QVERIFY2(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0, output.constData());
+        QVERIFY2(output.contains("PASS   : TestSlider::missingPageGivesNoResult()"), output.constData());
+        return;
+    }
+
+    // In the copy: the page is not there, the view stays blank and nothing ever arrives.
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^Slider page failed to load for place 0")));
+    VerifyCodeSlider slider;
+    QWebEngineView *view = slider.view(VerifyCodeSlider::AccountLogin);
+    QSignalSpy loaded(view, &QWebEngineView::loadFinished);
+    QSignalSpy delivered(slider.message(VerifyCodeSlider::AccountLogin), &JSMessage::signalJSGetSuccess);
+    const auto host = hostFor(view);
+    QTRY_COMPARE_WITH_TIMEOUT(loaded.count(), 1, 30000);
+    QCOMPARE(loaded.at(0).at(0).toBool(), false);
+    QCOMPARE(evaluate(view, QStringLiteral("document.getElementById('handle') === null")).toBool(), true);
+    QCOMPARE(evaluate(view, QStringLiteral("document.body ? document.body.innerText : ''")).toString(), QString());
+    QCOMPARE(evaluate(view, dragScript(1.0, 10, true)).toInt(), -1);
+    QCOMPARE(evaluate(view, QStringLiteral("typeof window.myObject")).toString(), QStringLiteral("undefined"));
+    QCOMPARE(delivered.count(), 0);
+    QVERIFY(slider.message(VerifyCodeSlider::AccountLogin)->sessionId().isEmpty());
+}
+
+int main(int argc, char **argv)
+{
+    // The web engine shares its GL contexts with the widgets; this must precede the application.
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QApplication app(argc, argv);
+    TestSlider test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+#include "tst_slider.moc"
