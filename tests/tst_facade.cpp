@@ -1,4 +1,6 @@
+#include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/configstore.h"
+#include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 
@@ -34,6 +36,7 @@ private Q_SLOTS:
     void sessionQueriesReadTheFile();
     void autoLoginWithoutTokenStaysLoggedOut();
     void themeReplacesTheModuleStyleSheet();
+    void loginSignalsReachTheHost();
 
 private:
     MainControllerWrapper &wrapper = MainControllerWrapper::instance();
@@ -240,6 +243,31 @@ void TestFacade::themeReplacesTheModuleStyleSheet()
     QVERIFY(!sheet.contains(QStringLiteral("#abcdef")));
     QCOMPARE(sheet.count(QStringLiteral("QWidget#CloudMaterialList {")), 1);
     QVERIFY(sheet.contains(QStringLiteral("QLabel#Host")));
+}
+
+void TestFacade::loginSignalsReachTheHost()
+{
+    runtime.setRole(Role::Single);
+    LoginController &login = controller.loginController();
+    auto materials = controller.materialController();
+    QSignalSpy logins(&wrapper, &MainControllerWrapper::loginSuccess);
+    QSignalSpy logouts(&wrapper, &MainControllerWrapper::exitLoginSuccess);
+
+    Q_EMIT login.tokenChanged("token-from-login");
+    QCOMPARE(materials->token(), std::string("token-from-login"));
+
+    TokenInfoJson info;
+    info.auth = "token-from-login";
+    info.username = "ann";
+    ConfigStore::instance().setTokenInfo(info);
+    Q_EMIT login.sigLoginSucceeded();
+    QCOMPARE(logins.count(), 1);
+    QCOMPARE(logins.at(0).at(0).value<std::string>(), std::string("ann"));
+
+    Q_EMIT login.sigLogoutSucceeded();
+    QCOMPARE(logouts.count(), 1);
+    QVERIFY(materials->token().empty());
+    QFile::remove(configDir.path() + QStringLiteral("/cloud/login.json"));
 }
 
 QTEST_MAIN(TestFacade)
