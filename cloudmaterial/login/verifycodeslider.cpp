@@ -85,8 +85,8 @@ void VerifyCodeSlider::Private::buildView(int place)
 
 void VerifyCodeSlider::Private::applyLanguage(QWebEngineView *view) const
 {
-    // The signal only reaches pages whose channel is up; a page that has just loaded may not
-    // be there yet, so it is told directly as well.
+    // The signal only reaches pages whose channel is already up, which takes a moment after
+    // the load; so every page is also told directly, when it has loaded and on every change.
     if (language.isEmpty())
         return;
     view->page()->runJavaScript(
@@ -142,8 +142,11 @@ JSMessage *VerifyCodeSlider::message(Place place) const
 void VerifyCodeSlider::setLanguage(const QString &language)
 {
     d->language = language;
-    for (const Private::Set &set : d->sets)
+    for (const Private::Set &set : d->sets) {
         Q_EMIT set.message->sigLanguageChanged(language);
+        if (set.view)
+            d->applyLanguage(set.view);
+    }
 }
 
 QUrl VerifyCodeSlider::pageUrl()
