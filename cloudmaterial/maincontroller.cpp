@@ -1,9 +1,14 @@
 #include "cloudmaterial/maincontroller.h"
 
+#include "cloudmaterial/bindingaccountjson.h"
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/devicebinding/devicebinding.h"
+#include "cloudmaterial/devicebinding/devicebindingcontroller.h"
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/logincontroller.h"
+#include "cloudmaterial/login/nodesjson.h"
+#include "cloudmaterial/protocol/crypto.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
@@ -13,7 +18,9 @@
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QNetworkConfigurationManager>
+#include <QDateTime>
 #include <QSettings>
+#include <QUuid>
 
 #include <mutex>
 
@@ -33,11 +40,16 @@ public:
     void applyTheme(const QString &themeFile);
     void applyDialogStyleSheets();
     void connectLogin();
+    void connectDevices();
+    // One wrap-encrypt-send of the key message to one authentication endpoint.
+    std::string requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage);
 
     std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
     HttpClientWrapper http{pool};
     LoginController login{&http};
     std::shared_ptr<CloudMaterialController> materials = std::make_shared<CloudMaterialController>(&http);
+    DeviceBindingController devices;
+    DeviceBinding binding{&devices};
 
     IRXRuntime *runtime = nullptr;
     MultimachineProxyClient *proxyClient = nullptr;
@@ -90,16 +102,51 @@ void MainController::Private::connectLogin()
                      });
     QObject::connect(&login, &LoginController::sigLoginSucceeded, q, [this] {
         const TokenInfoJson session = ConfigStore::instance().tokenInfo();
-        // The node the login used is the one the catalogue comes from.
-        if (!session.currentNode.empty())
+        // The node the login used is the one the catalogue and the player authorization use.
+        if (!session.currentNode.empty()) {
+            currentNode = session.currentNode;
+            currentNodeIdentity = session.currentNodeIdentity;
             materials->setNode(session.currentNode);
+        }
         Q_EMIT q->loginSuccess(session.username);
         materials->requestRefresh(true);
     });
     QObject::connect(&login, &LoginController::sigLogoutSucceeded, q, [this] {
         Q_EMIT q->exitLoginSuccess();
+        binding.stop();
         materials->clear();
     });
+}
+
+void MainController::Private::connectDevices()
+{
+    // The cloud removed this device from the account: log the user out everywhere.
+    QObject::connect(&devices, &DeviceBindingController::sigLogout, q, [this] {
+        Q_EMIT q->exitLoginSuccess();
+        materials->clear();
+        Q_EMIT login.tokenChanged(std::string());
+        binding.stop();
+        ConfigStore::instance().setTokenInfo(TokenInfoJson());
+        login.resetNodeState();
+    });
+}
+
+std::string MainController::Private::requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage)
+{
+    const std::string pem = "-----BEGIN PUBLIC KEY-----\n" + endpoint.publicKey + "\n-----END PUBLIC KEY-----";
+    DeviceCreditRequest request;
+    request.authCiphertext = rsaPublicEncrypt(keyMessage, pem.c_str());
+    request.type = "1";
+    if (request.authCiphertext.empty() || endpoint.mqttAuthUrl.empty())
+        return {};
+    ajson::string_stream body;
+    ajson::save_to(body, request);
+    const HttpReply reply = login.authenticatedPost(endpoint.mqttAuthUrl, body.str());
+    if (!reply.ok)
+        return {};
+    MqttAuthReply parsed;
+    ajson::load_from_buff_nothrow(parsed, reply.body.c_str(), reply.body.size());
+    return parsed.data;
 }
 
 MainController &MainController::instance()
@@ -114,6 +161,7 @@ MainController::MainController()
     qRegisterMetaType<std::string>("std::string");
     d->materials->init();
     d->connectLogin();
+    d->connectDevices();
     d->applyDialogStyleSheets();
     connect(d->materials.get(), &CloudMaterialController::sigDownloadSuccess, this,
             &MainController::sigDownloadSuccess);
@@ -137,14 +185,21 @@ void MainController::setAppConfigPath(const std::string &path)
 
 void MainController::setAppVersion(const std::string &version)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    d->appVersion = version;
+    {
+        std::lock_guard<std::mutex> lock(d->settingsMutex);
+        d->appVersion = version;
+    }
+    d->devices.setSoftwareMainVersion(version);
 }
 
 void MainController::setDeviceName(const std::string &name)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    d->deviceName = name;
+    {
+        std::lock_guard<std::mutex> lock(d->settingsMutex);
+        d->deviceName = name;
+    }
+    d->devices.setDeviceName(name);
+    d->devices.setCustomDeviceName(name);
 }
 
 void MainController::setSerialNumber(const std::string &serialNumber)
@@ -182,8 +237,13 @@ void MainController::setCloudMaterialFolderPath(const std::string &path)
 
 void MainController::updateVolume(int volume)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    d->volume = volume;
+    {
+        std::lock_guard<std::mutex> lock(d->settingsMutex);
+        d->volume = volume;
+    }
+    d->devices.setVolume(volume);
+    if (d->devices.isBound())
+        d->devices.reportVolumeInfo();
 }
 
 void MainController::setStarDragCallback(const StarDragCallback &callback)
@@ -208,13 +268,28 @@ bool MainController::autoLogin()
     if (session.auth.empty())
         return false;
     d->login.resetNodeState();
+    d->login.restoreSession();
     d->currentNode = session.currentNode;
     d->currentNodeIdentity = session.currentNodeIdentity;
     d->materials->setNode(session.currentNode);
-    // Without the player authorization the saved token cannot be checked, so the
-    // session is not resumed.
-    qCInfo(lcController) << "saved session found; player authorization is not available";
-    return false;
+
+    const BindingAccountJson account = playerAuth(session.auth);
+    if (account.value.cirro.username.empty() || account.value.cirro.password.empty())
+        return false;
+    Q_EMIT loginSuccess(session.username);
+    Q_EMIT d->login.tokenChanged(session.auth);
+    d->materials->requestRefresh(true);
+    return true;
+}
+
+BindingAccountJson MainController::playerAuth(const std::string &token)
+{
+    const std::string url = "https://" + d->currentNode + "/gateway/apis?cirro="
+        + base64Encode("v1/web-backend-service/player/auth");
+    const HttpReply reply = d->http.get(url, {{"authorization", token}}, true);
+    BindingAccountJson account;
+    ajson::load_from_buff_nothrow(account, reply.body.c_str(), reply.body.size());
+    return account;
 }
 
 void MainController::exitLoginVerify()
@@ -234,6 +309,7 @@ void MainController::loadTheme(const std::string &themeFile)
 
 void MainController::clear()
 {
+    d->devices.clear();
 }
 
 bool MainController::isNetworkAvailable() const
@@ -253,7 +329,58 @@ void MainController::startMqtt()
 
 void MainController::handleMqtt()
 {
-    qCInfo(lcController) << "cloud messaging start requested";
+    static const std::string productCode = "100001";
+
+    d->binding.setSerialNumber(serialNumber());
+    const std::string identity = d->login.currentNodeIdentity().empty() ? d->currentNodeIdentity
+                                                                         : d->login.currentNodeIdentity();
+    const std::string clientId = QUuid::createUuid().toString().toStdString();
+    RXCM_LOG_INFO("mqtt client id: {}", clientId);
+    d->binding.setClientId(clientId);
+    d->binding.setProductCode(productCode);
+
+    if (identity.empty()) {
+        RXCM_LOG_ERROR("_currentNodeIdentity is empty, mqtt create fail!!!");
+        return;
+    }
+    const GlobalDNSJson dns = d->login.getGlobalDnsAddr();
+
+    std::string key;
+    try {
+        key = generateAesKey(256);
+    } catch (const std::exception &e) {
+        RXCM_LOG_ERROR("generateAesKey exception: {}", e.what());
+        return;
+    }
+    // The key message expires 6 s after it is made.
+    const std::string keyMessage = productCode + "||" + base64Encode(key) + "||"
+        + std::to_string(QDateTime::currentMSecsSinceEpoch() + 6000);
+
+    std::string encryptedAccount = d->requestMqttAccount(dns.data.main, keyMessage);
+    if (encryptedAccount.empty() && !dns.data.slave.empty())
+        encryptedAccount = d->requestMqttAccount(dns.data.slave.front(), keyMessage);
+
+    std::string plain;
+    try {
+        plain = aesEcbDecrypt(base64Decode(encryptedAccount), key);
+    } catch (const std::exception &e) {
+        RXCM_LOG_ERROR("aesEcbDecrypt exception: {}", e.what());
+        return;
+    }
+    RXCM_LOG_INFO("MQTT: {}", plain);
+    MqttAccountJson account;
+    ajson::load_from_buff_nothrow(account, plain.c_str(), plain.size());
+
+    d->binding.setBrokerUrl(account.url);
+    d->devices.setUserName(account.username);
+    d->devices.setPassword(account.password);
+    const TokenInfoJson session = ConfigStore::instance().tokenInfo();
+    const BindingAccountJson binding = playerAuth(session.auth);
+    if (!binding.value.cirro.username.empty() && !binding.value.cirro.password.empty()) {
+        d->devices.setUserName(binding.value.cirro.username);
+        d->devices.setPassword(binding.value.cirro.password);
+    }
+    d->binding.bind();
 }
 
 std::string MainController::token() const

@@ -15,6 +15,7 @@ class QWidget;
 
 namespace talvor::cloudmaterial {
 
+struct BindingAccountJson;
 class CloudMaterialController;
 class LoginController;
 class MultimachineProxyClient;
@@ -57,6 +58,8 @@ public:
     bool isNetworkAvailable() const;
     /** Starts cloud messaging on the worker thread and returns at once. */
     void startMqtt();
+    /** Asks the cloud for the account that binds this player; blocking. */
+    BindingAccountJson playerAuth(const std::string &token);
 
     std::string token() const;
     std::string userId() const;

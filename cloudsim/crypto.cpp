@@ -110,6 +110,29 @@ std::optional<std::string> rsaDecrypt(EVP_PKEY *key, const std::string &cipherte
     return std::string(reinterpret_cast<const char *>(out.data()), outLength);
 }
 
+std::optional<std::string> aesEcbEncrypt(const std::string &key, const std::string &plain)
+{
+    if (key.size() != 32)
+        return std::nullopt;
+    std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> ctx(EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free);
+    std::vector<unsigned char> out(plain.size() + 16);
+    int first = 0;
+    int last = 0;
+    // Padding is on by default: PKCS#7, a whole block when the text fills its last one.
+    if (!ctx
+        || EVP_EncryptInit_ex(ctx.get(), EVP_aes_256_ecb(), nullptr,
+                              reinterpret_cast<const unsigned char *>(key.data()), nullptr)
+               != 1
+        || EVP_EncryptUpdate(ctx.get(), out.data(), &first, reinterpret_cast<const unsigned char *>(plain.data()),
+                             static_cast<int>(plain.size()))
+               != 1
+        || EVP_EncryptFinal_ex(ctx.get(), out.data() + first, &last) != 1) {
+        ERR_clear_error();
+        return std::nullopt;
+    }
+    return std::string(reinterpret_cast<const char *>(out.data()), static_cast<std::size_t>(first + last));
+}
+
 std::string base64Encode(const std::string &bytes)
 {
     std::string out;

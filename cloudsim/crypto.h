@@ -21,6 +21,9 @@ std::string publicKeyBase64(EVP_PKEY *key);
 // RSA PKCS#1 v1.5 decryption; nothing when the ciphertext does not decrypt.
 std::optional<std::string> rsaDecrypt(EVP_PKEY *key, const std::string &ciphertext);
 
+// AES-256-ECB with PKCS#7 padding; nothing when the key is not 32 bytes.
+std::optional<std::string> aesEcbEncrypt(const std::string &key, const std::string &plain);
+
 std::string base64Encode(const std::string &bytes);
 // Standard or URL-safe alphabet, padding optional. Nothing when the text is not Base64.
 std::optional<std::string> base64Decode(const std::string &text);

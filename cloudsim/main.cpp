@@ -1,9 +1,11 @@
 // cloudsim: the cloud on loopback, for tests, benchmarks and the demo (docs/protocol.md).
 
 #include "certificates.h"
+#include "deviceservice.h"
 #include "faults.h"
 #include "json.h"
 #include "login.h"
+#include "messaging.h"
 #include "scenario.h"
 #include "server.h"
 
@@ -28,9 +30,10 @@ namespace {
 
 const char usage[] =
     "usage: cloudsim --scenario <file.json> [--port N] [--host 127.0.0.1] [--ca-out <path>]\n"
-    "                [--exit-with-parent] [--verbose]\n"
+    "                [--mqtt tcp://127.0.0.1:<port>] [--exit-with-parent] [--verbose]\n"
     "Serves the scenario over HTTPS with a CA made at start, written to --ca-out\n"
-    "(default: cloudsim-ca.pem beside the scenario), then prints\n"
+    "(default: cloudsim-ca.pem beside the scenario), with --mqtt plays the device service on\n"
+    "that broker, then prints\n"
     "  cloudsim ready port=<port> ca=<absolute path of the CA file>\n"
     "and runs until SIGTERM or SIGINT. Exit codes: 0 clean stop, 1 failure, 2 bad arguments,\n"
     "3 stopped while connections were still busy.\n";
@@ -39,6 +42,7 @@ struct Arguments
 {
     std::string scenario;
     std::string caOut;
+    std::string mqtt;
     cloudsim::ServerOptions server;
     bool exitWithParent = false;
 };
@@ -65,6 +69,8 @@ Arguments parseArguments(int argc, char **argv)
             args.server.host = value();
         } else if (arg == "--ca-out") {
             args.caOut = value();
+        } else if (arg == "--mqtt") {
+            args.mqtt = value();
         } else if (arg == "--exit-with-parent") {
             args.exitWithParent = true;
         } else if (arg == "--verbose") {
@@ -135,6 +141,12 @@ int main(int argc, char **argv)
         scenario.load(scenarioJson);
         cloudsim::LoginService login(scenario);
         login.load(scenarioJson);
+        cloudsim::DeviceService devices;
+        cloudsim::Messaging messaging(scenario, login, devices);
+        messaging.load(scenarioJson);
+        // The broker comes first: a device service that cannot reach it is a failed start.
+        if (!args.mqtt.empty())
+            devices.connect(args.mqtt);
         cloudsim::FaultList faults;
         if (scenarioJson.contains("faults"))
             faults.add(scenarioJson.at("faults"));
@@ -149,7 +161,7 @@ int main(int argc, char **argv)
                                     .lexically_normal();
         writeFile(caPath, cloudsim::certificatePem(certificates.caCert.get()));
 
-        cloudsim::Server server(scenario, login, faults, certificates, args.server);
+        cloudsim::Server server(scenario, login, messaging, devices, faults, certificates, args.server);
         const int port = server.bind();
         const std::string host = args.server.host.find(':') != std::string::npos ? "[" + args.server.host + "]"
                                                                                  : args.server.host;
@@ -166,11 +178,12 @@ int main(int argc, char **argv)
         // A connection stuck in the TLS library cannot be interrupted; do not wait for it long.
         // The distinct exit code lets tests see that the shutdown was not clean.
         std::thread([] {
-            std::this_thread::sleep_for(std::chrono::seconds(3));
+            std::this_thread::sleep_for(std::chrono::seconds(10));
             std::fprintf(stderr, "cloudsim: connections did not close in time, leaving anyway\n");
             std::_Exit(3);
         }).detach();
         server.stop();
+        devices.disconnect();
     } catch (const std::exception &e) {
         std::fprintf(stderr, "cloudsim: %s\n", e.what());
         return 1;

@@ -2,9 +2,12 @@
 
 #include "certificates.h"
 #include "content.h"
+#include "crypto.h"
+#include "deviceservice.h"
 #include "faults.h"
 #include "json.h"
 #include "login.h"
+#include "messaging.h"
 #include "scenario.h"
 #include "tlsserver.h"
 
@@ -304,10 +307,12 @@ private:
 class Server::Private
 {
 public:
-    Private(Scenario &scenario, LoginService &login, FaultList &faults, const Certificates &certificates,
-            const ServerOptions &options)
+    Private(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices, FaultList &faults,
+            const Certificates &certificates, const ServerOptions &options)
         : scenario(scenario)
         , login(login)
+        , messaging(messaging)
+        , devices(devices)
         , faults(faults)
         , options(options)
         , http(certificates.serverCert.get(), certificates.serverKey.get())
@@ -320,6 +325,7 @@ public:
     Reply gatewayApis(const httplib::Request &req);
     Reply catalogue(const httplib::Request &req, const QueryItems &params);
     Reply control(const httplib::Request &req);
+    Reply mqttControl(const httplib::Request &req);
     void send(const httplib::Request &req, httplib::Response &res, const Reply &reply,
               const std::optional<Fault> &fault);
     void hang(const httplib::Request &req, httplib::Response &res);
@@ -328,6 +334,8 @@ public:
 
     Scenario &scenario;
     LoginService &login;
+    Messaging &messaging;
+    DeviceService &devices;
     FaultList &faults;
     ServerOptions options;
     TlsServer http;
@@ -421,6 +429,14 @@ Reply Server::Private::route(const httplib::Request &req)
             return plainStatus(405);
         return jsonReply(200, login.dns());
     }
+    // The messaging authentication: main endpoint under the first DNS key, backup under the second.
+    if (path == "/mqtt/auth" || path == "/mqtt/auth-backup") {
+        if (req.method != "POST")
+            return plainStatus(405);
+        const auto reply = messaging.authenticate(path == "/mqtt/auth" ? 0 : 1, req.body,
+                                                  [&req](const char *name) { return req.get_header_value(name); });
+        return textReply(reply.status, reply.body);
+    }
     if (startsWith(path, "/control/"))
         return control(req);
     if (path == "/echo") {
@@ -495,9 +511,21 @@ Reply Server::Private::gateway(const httplib::Request &req)
 
 Reply Server::Private::gatewayApis(const httplib::Request &req)
 {
-    const std::string service = gatewayService(req, nullptr);
+    std::string service = gatewayService(req, nullptr);
+    // The player authorization names its service path in Base64; it is known by that path.
+    static const std::string playerAuth = "v1/web-backend-service/player/auth";
+    if (service != playerAuth) {
+        const auto decoded = base64Decode(service);
+        if (decoded && *decoded == playerAuth)
+            service = playerAuth;
+    }
     if (auto forced = login.takeOverride(service))
         return textReply(forced->status, forced->body);
+    if (service == playerAuth) {
+        if (!(req.method == "GET" || req.method == "HEAD"))
+            return plainStatus(405);
+        return jsonReply(200, messaging.playerAuth(req.get_header_value("authorization")));
+    }
     if (req.method != "POST")
         return plainStatus(405);
     auto reply = login.post(service, req.body, [&req](const char *name) { return req.get_header_value(name); });
@@ -575,6 +603,8 @@ Reply Server::Private::control(const httplib::Request &req)
                 return plainStatus(405);
             return jsonReply(200, login.overrides());
         }
+        if (startsWith(path, "/control/mqtt"))
+            return mqttControl(req);
         if (path == "/control/requests") {
             std::lock_guard<std::mutex> lock(logMutex);
             if (method == "DELETE")
@@ -588,6 +618,71 @@ Reply Server::Private::control(const httplib::Request &req)
         }
     } catch (const std::invalid_argument &e) {
         return jsonReply(400, Json{{"code", 400}, {"msg", e.what()}});
+    }
+    return plainStatus(404);
+}
+
+Reply Server::Private::mqttControl(const httplib::Request &req)
+{
+    const std::string &path = req.path;
+    const std::string &method = req.method;
+    auto parseBody = [&req]() {
+        try {
+            return Json::parse(req.body);
+        } catch (const Json::exception &e) {
+            throw std::invalid_argument(std::string("the body is not JSON: ") + e.what());
+        }
+    };
+    if (path == "/control/mqtt") {
+        if (method == "POST") {
+            const Json body = parseBody();
+            if (!body.is_object())
+                throw std::invalid_argument("the body must be an object");
+            if (body.contains("answerBinding")) {
+                if (!body.at("answerBinding").is_boolean())
+                    throw std::invalid_argument("\"answerBinding\" must be a boolean");
+                devices.setAnswerBinding(body.at("answerBinding").get<bool>());
+            }
+            if (body.contains("url")) {
+                if (!body.at("url").is_string() || body.at("url").get<std::string>().empty())
+                    throw std::invalid_argument("\"url\" must be a non-empty string");
+                try {
+                    devices.connect(body.at("url").get<std::string>());
+                } catch (const std::runtime_error &e) {
+                    return jsonReply(502, Json{{"code", 502}, {"msg", e.what()}});
+                }
+            }
+        } else if (method == "DELETE") {
+            devices.disconnect();
+        } else if (method != "GET") {
+            return plainStatus(405);
+        }
+        return jsonReply(200, devices.state());
+    }
+    if (path == "/control/mqtt/messages") {
+        if (method == "DELETE")
+            devices.clearMessages();
+        else if (method != "GET")
+            return plainStatus(405);
+        return jsonReply(200, devices.messages());
+    }
+    if (path == "/control/mqtt/send") {
+        if (method != "POST")
+            return plainStatus(405);
+        try {
+            return jsonReply(200, devices.send(parseBody()));
+        } catch (const std::runtime_error &e) {
+            return jsonReply(502, Json{{"code", 502}, {"msg", e.what()}});
+        }
+    }
+    if (path == "/control/mqtt/auth") {
+        if (method == "POST")
+            messaging.setControl(parseBody());
+        else if (method == "DELETE")
+            messaging.clear();
+        else if (method != "GET")
+            return plainStatus(405);
+        return jsonReply(200, messaging.control());
     }
     return plainStatus(404);
 }
@@ -675,9 +770,9 @@ void Server::Private::send(const httplib::Request &req, httplib::Response &res, 
         });
 }
 
-Server::Server(Scenario &scenario, LoginService &login, FaultList &faults, const Certificates &certificates,
-               const ServerOptions &options)
-    : d(std::make_unique<Private>(scenario, login, faults, certificates, options))
+Server::Server(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices,
+               FaultList &faults, const Certificates &certificates, const ServerOptions &options)
+    : d(std::make_unique<Private>(scenario, login, messaging, devices, faults, certificates, options))
 {
     if (!d->http.is_valid())
         throw std::runtime_error("cannot set up TLS with the generated certificate");

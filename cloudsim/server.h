@@ -8,6 +8,8 @@ namespace cloudsim {
 class Scenario;
 class FaultList;
 class LoginService;
+class Messaging;
+class DeviceService;
 struct Certificates;
 
 struct ServerOptions
@@ -23,8 +25,8 @@ struct ServerOptions
 class Server
 {
 public:
-    Server(Scenario &scenario, LoginService &login, FaultList &faults, const Certificates &certificates,
-           const ServerOptions &options);
+    Server(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices, FaultList &faults,
+           const Certificates &certificates, const ServerOptions &options);
     ~Server();
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;

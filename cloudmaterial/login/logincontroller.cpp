@@ -434,22 +434,28 @@ void LoginController::prepareLogin()
     const ConfigJson config = store.config();
     d->loginDialog->setConfig(config);
 
-    const TokenInfoJson session = store.tokenInfo();
-    if (!session.currentNode.empty() && !session.currentNodeIdentity.empty()) {
+    const TokenInfoJson session = restoreSession();
+    if (!session.currentNode.empty() && !session.currentNodeIdentity.empty())
         d->loginDialog->setCurrentNode(QString::fromStdString(session.currentNode),
                                        QString::fromStdString(session.currentNodeIdentity));
+
+    const auto nodes = downloadNodeList(config.nodes);
+    if (!nodes.empty())
+        d->loginDialog->setNodeList(nodes);
+}
+
+TokenInfoJson LoginController::restoreSession()
+{
+    const TokenInfoJson session = ConfigStore::instance().tokenInfo();
+    if (!session.currentNode.empty() && !session.currentNodeIdentity.empty())
         d->setNode(session.currentNode, session.currentNodeIdentity);
-    }
     d->phone = session.phone;
     d->email = session.email;
     d->id = session.id;
     d->countryCode = session.countryCode;
     d->userName = session.username;
     d->setToken(session.auth);
-
-    const auto nodes = downloadNodeList(config.nodes);
-    if (!nodes.empty())
-        d->loginDialog->setNodeList(nodes);
+    return session;
 }
 
 void LoginController::showLoginDialog()

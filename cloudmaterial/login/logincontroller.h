@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cloudmaterial/configjson.h"
 #include "cloudmaterial/login/loginjson.h"
 #include "cloudmaterial/login/nodesjson.h"
 #include "cloudmaterial/protocol/httpreply.h"
@@ -46,6 +47,8 @@ public:
     // The login dialogs.
     /** Builds both dialogs afresh and fills them: settings, restored node, node list. Shows nothing. */
     void prepareLogin();
+    /** Takes node, token and contact data from the saved session, without any dialog. */
+    TokenInfoJson restoreSession();
     void showLoginDialog();
     /** Closes the second-factor dialog if it is open. */
     void exitLoginVerify();

@@ -133,7 +133,7 @@ bool CloudSim::stop()
     bool clean = true;
     if (d->process->state() != QProcess::NotRunning) {
         d->process->terminate();
-        if (!d->process->waitForFinished(5000)) {
+        if (!d->process->waitForFinished(15000)) {
             clean = false;
             d->process->kill();
             d->process->waitForFinished(5000);
@@ -207,4 +207,12 @@ QJsonArray CloudSim::requests()
 bool CloudSim::clearRequests()
 {
     return d->control("DELETE", QStringLiteral("/control/requests"));
+}
+
+QJsonDocument CloudSim::control(const QByteArray &verb, const QString &path, const QJsonDocument &body)
+{
+    QByteArray reply;
+    if (!d->control(verb, path, body.isNull() ? QByteArray() : body.toJson(QJsonDocument::Compact), &reply))
+        return QJsonDocument();
+    return QJsonDocument::fromJson(reply);
 }

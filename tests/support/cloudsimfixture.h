@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QString>
 
@@ -43,6 +44,8 @@ public:
     /** The requests received so far (control requests excluded). */
     QJsonArray requests();
     bool clearRequests();
+    /** Any other control endpoint: the answer's JSON, or a null document when it failed. */
+    QJsonDocument control(const QByteArray &verb, const QString &path, const QJsonDocument &body = QJsonDocument());
 
 private:
     class Private;

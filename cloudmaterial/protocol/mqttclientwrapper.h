@@ -1,0 +1,65 @@
+#pragma once
+
+#include <mqtt/async_client.h>
+#include <mqtt/connect_options.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace talvor::cloudmaterial {
+
+class Callback;
+
+// The module's one MQTT session: connects with the account it is given, keeps its
+// subscriptions alive across reconnections, publishes, and hands every arriving message to
+// one handler. Handlers run on the library's callback thread. No exception leaves it.
+class MqttClientWrapper : public mqtt::async_client
+{
+public:
+    using MessageHandler = std::function<void(const std::string &topic, const std::string &payload)>;
+    using Handler = std::function<void()>;
+
+    MqttClientWrapper(const std::string &serverURI, const std::string &clientId);
+    ~MqttClientWrapper() override;
+
+    void setUserName(const std::string &userName);
+    void setPassword(const std::string &password);
+    void setWill(const std::string &topic, const std::string &payload, int qos);
+    void addSubscription(const std::string &topic, int qos);
+    void setMaxRetries(int maxRetries);
+    void setWaitTimeoutSeconds(int seconds);
+    void setMessageHandler(MessageHandler handler);
+    void setConnectedHandler(Handler handler);
+    void setConnectionLostHandler(Handler handler);
+    void setFailureHandler(Handler handler);
+
+    bool start();
+    bool publish(const std::string &topic, const std::string &payload, int qos);
+    void stop();
+
+private:
+    friend class Callback;
+
+    std::string serverURI;
+    std::string userName;
+    std::string password;
+    std::string clientId;
+    std::string willTopic;
+    std::string willPayload;
+    std::map<std::string, int> subscriptions;
+    MessageHandler messageHandler;
+    Handler connectedHandler;
+    Handler connectionLostHandler;
+    Handler failureHandler;
+    mqtt::connect_options connectOptions;
+    std::shared_ptr<Callback> callback;
+    int maxRetries = 5;
+    int willQos = 1;
+    int waitTimeout = 10; // milliseconds until setWaitTimeoutSeconds() is called
+    std::vector<std::shared_ptr<Callback>> retiredCallbacks;
+};
+
+} // namespace talvor::cloudmaterial
