@@ -185,6 +185,9 @@ void TestMessaging::autoLoginBindsTheDevice()
     QVERIFY(expiry <= QDateTime::currentMSecsSinceEpoch() + 6000);
 
     QCOMPARE(log.linesStartingWith("MQTT: {\"password\":\"rxcm-device-pass\"").size(), std::size_t(1));
+    // A resumed session asks for no login at all.
+    for (const auto &r : cloud.requests())
+        QVERIFY(!r.toObject().value(QStringLiteral("path")).toString().contains(QStringLiteral("/authenticate/")));
     QCOMPARE(log.linesStartingWith("mqtt client id: {").size(), std::size_t(1));
 
     // The same traffic, as a client no one here wrote sees it.
