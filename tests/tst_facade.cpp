@@ -117,7 +117,8 @@ void TestFacade::userFacingCallsFollowTheRole()
 
     // The wrapper reports success whatever happened: no stored session here.
     QVERIFY(wrapper.autoLogin());
-    QCOMPARE(wrapper.cloudMaterialList(), static_cast<QWidget *>(nullptr));
+    // The panel is for the machines that show materials; a proxy server gets none.
+    QCOMPARE(wrapper.cloudMaterialList() != nullptr, passes);
 }
 
 void TestFacade::roleIsAskedOnEveryCall()

@@ -1,5 +1,6 @@
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 
+#include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/protocol/filedownloader.h"
@@ -11,6 +12,7 @@
 #include <QHostAddress>
 #include <QLoggingCategory>
 #include <QNetworkConfigurationManager>
+#include <QPointer>
 #include <QTimer>
 #include <QUrl>
 
@@ -117,6 +119,7 @@ public:
     std::string materialFolder;
     bool servedByProxy = false;
     std::function<void(const std::string &, QDrag *)> starDragCallback;
+    QPointer<DetailWidget> panel; // owned by the host once it embeds it
 
     mutable std::mutex mutex; // guards media
     std::vector<StoredMedia> media;
@@ -278,7 +281,21 @@ std::function<void(const std::string &, QDrag *)> CloudMaterialController::starD
 
 QWidget *CloudMaterialController::listWidget()
 {
-    return nullptr;
+    if (d->panel)
+        return d->panel;
+    auto *panel = new DetailWidget(this);
+    // The panel is the context: signals from worker threads arrive queued on the GUI thread.
+    connect(this, &CloudMaterialController::addMaterials, panel, &DetailWidget::addMaterials);
+    connect(this, &CloudMaterialController::deleteMaterials, panel, &DetailWidget::deleteMaterials);
+    connect(this, &CloudMaterialController::materialDownloadStatusChanged, panel,
+            &DetailWidget::onMaterialDownloadStatusChanged);
+    connect(this, &CloudMaterialController::materialApprovalStatusChanged, panel,
+            &DetailWidget::onMaterialApprovalStatusChanged);
+    connect(this, &CloudMaterialController::materialDownloadProgress, panel, &DetailWidget::onMaterialDownloadProgress);
+    // Materials known before the panel existed.
+    panel->addMaterials(materials());
+    d->panel = panel;
+    return panel;
 }
 
 void CloudMaterialController::refreshMaterialList(bool quiet)

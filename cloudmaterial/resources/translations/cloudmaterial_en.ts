@@ -163,5 +163,85 @@
         <source>PhoneTrustTip</source>
         <translation>To protect your account, logging in on a new device needs a verification code. It will be sent to this phone number.</translation>
     </message>
+    <message>
+        <source>Name</source>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>Thumbnail</source>
+        <translation>Thumbnail</translation>
+    </message>
+    <message>
+        <source>Status</source>
+        <translation>Status</translation>
+    </message>
+    <message>
+        <source>Download</source>
+        <translation>Download</translation>
+    </message>
+    <message>
+        <source>Type</source>
+        <translation>Type</translation>
+    </message>
+    <message>
+        <source>Resolution</source>
+        <translation>Resolution</translation>
+    </message>
+    <message>
+        <source>Size</source>
+        <translation>Size</translation>
+    </message>
+    <message>
+        <source>PendingApproval</source>
+        <translation>Pending approval</translation>
+    </message>
+    <message>
+        <source>Reject</source>
+        <translation>Rejected</translation>
+    </message>
+    <message>
+        <source>Picture</source>
+        <translation>Picture</translation>
+    </message>
+    <message>
+        <source>Video</source>
+        <translation>Video</translation>
+    </message>
+    <message>
+        <source>Audio</source>
+        <translation>Audio</translation>
+    </message>
+    <message>
+        <source>Document</source>
+        <translation>Document</translation>
+    </message>
+    <message>
+        <source>SearchMaterial</source>
+        <translation>Search materials</translation>
+    </message>
+    <message>
+        <source>Refresh</source>
+        <translation>Refresh</translation>
+    </message>
+    <message>
+        <source>Add</source>
+        <translation>Add</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Delete</translation>
+    </message>
+    <message>
+        <source>SwitchView</source>
+        <translation>Switch view</translation>
+    </message>
+    <message>
+        <source>NoMaterials</source>
+        <translation>No materials in the cloud library yet.</translation>
+    </message>
+    <message>
+        <source>NoMatchingMaterials</source>
+        <translation>No material matches the search.</translation>
+    </message>
 </context>
 </TS>

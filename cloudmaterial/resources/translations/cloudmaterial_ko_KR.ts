@@ -163,5 +163,85 @@
         <source>PhoneTrustTip</source>
         <translation>계정 보안을 위해 새 기기에서 로그인하려면 본인 확인이 필요합니다. 인증 코드가 아래 휴대폰 번호로 전송됩니다.</translation>
     </message>
+    <message>
+        <source>Name</source>
+        <translation>이름</translation>
+    </message>
+    <message>
+        <source>Thumbnail</source>
+        <translation>미리보기</translation>
+    </message>
+    <message>
+        <source>Status</source>
+        <translation>상태</translation>
+    </message>
+    <message>
+        <source>Download</source>
+        <translation>다운로드</translation>
+    </message>
+    <message>
+        <source>Type</source>
+        <translation>유형</translation>
+    </message>
+    <message>
+        <source>Resolution</source>
+        <translation>해상도</translation>
+    </message>
+    <message>
+        <source>Size</source>
+        <translation>크기</translation>
+    </message>
+    <message>
+        <source>PendingApproval</source>
+        <translation>승인 대기</translation>
+    </message>
+    <message>
+        <source>Reject</source>
+        <translation>반려됨</translation>
+    </message>
+    <message>
+        <source>Picture</source>
+        <translation>사진</translation>
+    </message>
+    <message>
+        <source>Video</source>
+        <translation>동영상</translation>
+    </message>
+    <message>
+        <source>Audio</source>
+        <translation>오디오</translation>
+    </message>
+    <message>
+        <source>Document</source>
+        <translation>문서</translation>
+    </message>
+    <message>
+        <source>SearchMaterial</source>
+        <translation>소재 검색</translation>
+    </message>
+    <message>
+        <source>Refresh</source>
+        <translation>새로 고침</translation>
+    </message>
+    <message>
+        <source>Add</source>
+        <translation>추가</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>삭제</translation>
+    </message>
+    <message>
+        <source>SwitchView</source>
+        <translation>보기 전환</translation>
+    </message>
+    <message>
+        <source>NoMaterials</source>
+        <translation>클라우드 라이브러리에 소재가 없습니다.</translation>
+    </message>
+    <message>
+        <source>NoMatchingMaterials</source>
+        <translation>검색과 일치하는 소재가 없습니다.</translation>
+    </message>
 </context>
 </TS>

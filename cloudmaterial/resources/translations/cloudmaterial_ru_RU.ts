@@ -163,5 +163,85 @@
         <source>PhoneTrustTip</source>
         <translation>Для защиты учётной записи вход с нового устройства нужно подтвердить. Код будет отправлен на этот номер телефона.</translation>
     </message>
+    <message>
+        <source>Name</source>
+        <translation>Название</translation>
+    </message>
+    <message>
+        <source>Thumbnail</source>
+        <translation>Миниатюра</translation>
+    </message>
+    <message>
+        <source>Status</source>
+        <translation>Состояние</translation>
+    </message>
+    <message>
+        <source>Download</source>
+        <translation>Загрузка</translation>
+    </message>
+    <message>
+        <source>Type</source>
+        <translation>Тип</translation>
+    </message>
+    <message>
+        <source>Resolution</source>
+        <translation>Разрешение</translation>
+    </message>
+    <message>
+        <source>Size</source>
+        <translation>Размер</translation>
+    </message>
+    <message>
+        <source>PendingApproval</source>
+        <translation>На проверке</translation>
+    </message>
+    <message>
+        <source>Reject</source>
+        <translation>Отклонено</translation>
+    </message>
+    <message>
+        <source>Picture</source>
+        <translation>Изображение</translation>
+    </message>
+    <message>
+        <source>Video</source>
+        <translation>Видео</translation>
+    </message>
+    <message>
+        <source>Audio</source>
+        <translation>Аудио</translation>
+    </message>
+    <message>
+        <source>Document</source>
+        <translation>Документ</translation>
+    </message>
+    <message>
+        <source>SearchMaterial</source>
+        <translation>Поиск материалов</translation>
+    </message>
+    <message>
+        <source>Refresh</source>
+        <translation>Обновить</translation>
+    </message>
+    <message>
+        <source>Add</source>
+        <translation>Добавить</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Удалить</translation>
+    </message>
+    <message>
+        <source>SwitchView</source>
+        <translation>Сменить вид</translation>
+    </message>
+    <message>
+        <source>NoMaterials</source>
+        <translation>В облачной библиотеке пока нет материалов.</translation>
+    </message>
+    <message>
+        <source>NoMatchingMaterials</source>
+        <translation>Нет материалов, подходящих под поиск.</translation>
+    </message>
 </context>
 </TS>

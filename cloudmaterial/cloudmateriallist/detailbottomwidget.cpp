@@ -1,0 +1,109 @@
+#include "cloudmaterial/cloudmateriallist/detailbottomwidget.h"
+
+#include "cloudmaterial/translatemanager.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QStyle>
+#include <QVariant>
+
+namespace talvor::cloudmaterial {
+
+class DetailBottomWidget::Private
+{
+public:
+    QPushButton *add = nullptr;
+    QPushButton *del = nullptr;
+    QPushButton *mode = nullptr;
+    QPushButton *download = nullptr;
+    QLabel *label = nullptr;
+};
+
+DetailBottomWidget::DetailBottomWidget(QWidget *parent)
+    : QWidget(parent)
+    , d(std::make_unique<Private>())
+{
+    setFixedHeight(40);
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(9, 6, 9, 6);
+    layout->setSpacing(8);
+
+    auto button = [this](const char *name, const QString &tip) {
+        auto *b = new QPushButton(this);
+        b->setObjectName(QLatin1String(name));
+        b->setToolTip(tip);
+        return b;
+    };
+    // Adding and deleting materials happen in the cloud's own tools; the buttons stay for the layout.
+    d->add = button("addBtn", TranslateManager::text("Add"));
+    d->add->setText(QStringLiteral("+"));
+    d->add->setEnabled(false);
+    d->del = button("delBtn", TranslateManager::text("Delete"));
+    d->del->setText(QStringLiteral("\u2212"));
+    d->del->setEnabled(false);
+    d->label = new QLabel(this);
+    d->label->setObjectName(QStringLiteral("bottomLabel"));
+    d->label->setAlignment(Qt::AlignCenter);
+    d->mode = button("treeModeBtn", TranslateManager::text("SwitchView"));
+    d->mode->setText(QStringLiteral("\u2630"));
+    d->mode->setCheckable(true);
+    d->mode->setChecked(false);
+    d->mode->setProperty("state", QStringLiteral("unmode"));
+    d->download = button("downloadBtn", TranslateManager::text("Download"));
+    d->download->setText(TranslateManager::text("Download"));
+
+    layout->addWidget(d->add);
+    layout->addWidget(d->del);
+    layout->addWidget(d->label, 1);
+    layout->addWidget(d->mode);
+    layout->addWidget(d->download);
+
+    connect(d->mode, &QPushButton::toggled, this, [this](bool tree) {
+        d->mode->setProperty("state", tree ? QStringLiteral("mode") : QStringLiteral("unmode"));
+        // Property selectors of the style sheet are only re-evaluated on a re-polish.
+        d->mode->style()->unpolish(d->mode);
+        d->mode->style()->polish(d->mode);
+        Q_EMIT treeModeChanged(tree);
+    });
+    connect(d->download, &QPushButton::clicked, this, &DetailBottomWidget::downloadRequested);
+}
+
+DetailBottomWidget::~DetailBottomWidget() = default;
+
+QPushButton *DetailBottomWidget::addButton() const
+{
+    return d->add;
+}
+
+QPushButton *DetailBottomWidget::deleteButton() const
+{
+    return d->del;
+}
+
+QPushButton *DetailBottomWidget::modeButton() const
+{
+    return d->mode;
+}
+
+QPushButton *DetailBottomWidget::downloadButton() const
+{
+    return d->download;
+}
+
+QLabel *DetailBottomWidget::label() const
+{
+    return d->label;
+}
+
+bool DetailBottomWidget::isTreeMode() const
+{
+    return d->mode->isChecked();
+}
+
+void DetailBottomWidget::setTreeMode(bool tree)
+{
+    d->mode->setChecked(tree);
+}
+
+} // namespace talvor::cloudmaterial

@@ -1,0 +1,126 @@
+#include "cloudmaterial/cloudmateriallist/detaillistwidget.h"
+
+#include "cloudmaterial/cloudmateriallist/detaillistitemdelegate.h"
+#include "cloudmaterial/cloudmateriallist/detaillistitemwidget.h"
+#include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+
+#include <QDrag>
+#include <QIcon>
+#include <QMimeData>
+#include <QUrl>
+
+namespace talvor::cloudmaterial {
+
+class DetailListWidget::Private
+{
+public:
+    std::function<StarDragCallback()> callbackProvider;
+};
+
+DetailListWidget::DetailListWidget(QWidget *parent)
+    : QListWidget(parent)
+    , d(std::make_unique<Private>())
+{
+    registerCloudMaterialMetaTypes();
+    setObjectName(QStringLiteral("detailListWidget"));
+    setViewMode(QListView::IconMode);
+    setFlow(QListView::LeftToRight);
+    setWrapping(true);
+    setResizeMode(QListView::Adjust);
+    setMovement(QListView::Static);
+    setSpacing(6);
+    setUniformItemSizes(true);
+    setSelectionMode(QAbstractItemView::ExtendedSelection);
+    setDragEnabled(true);
+    setDragDropMode(QAbstractItemView::DragOnly);
+    setItemDelegate(new DetailListItemDelegate(this));
+}
+
+DetailListWidget::~DetailListWidget() = default;
+
+void DetailListWidget::setStarDragCallbackProvider(std::function<StarDragCallback()> provider)
+{
+    d->callbackProvider = std::move(provider);
+}
+
+void DetailListWidget::addMaterial(const CloudMaterialModel &model, const QString &materialString)
+{
+    auto *item = new QListWidgetItem(QString::fromStdString(model.mediaName));
+    item->setData(IdRole, QString::fromStdString(model.mid));
+    item->setData(TypeRole, mediaTypeName(model.mediaType));
+    item->setData(SizeRole, sizeText(model.size));
+    item->setSizeHint(DetailListItemDelegate::itemSize());
+    item->setToolTip(QString::fromStdString(model.mediaName));
+    addItem(item);
+    setItemWidget(item, new DetailListItemWidget(model, materialString));
+    setDownloadStatus(QString::fromStdString(model.mid), model.downloadStatus);
+}
+
+void DetailListWidget::removeMaterial(const QString &id)
+{
+    delete itemById(id);
+}
+
+QListWidgetItem *DetailListWidget::itemById(const QString &id) const
+{
+    for (int row = 0; row < count(); ++row) {
+        if (item(row)->data(IdRole).toString() == id)
+            return item(row);
+    }
+    return nullptr;
+}
+
+DetailListItemWidget *DetailListWidget::materialWidget(QListWidgetItem *item) const
+{
+    return item ? qobject_cast<DetailListItemWidget *>(itemWidget(item)) : nullptr;
+}
+
+void DetailListWidget::setDownloadStatus(const QString &id, int status)
+{
+    QListWidgetItem *item = itemById(id);
+    if (!item)
+        return;
+    const QString image = statusImageName(status);
+    item->setData(StatusImageRole, image);
+    item->setData(Qt::DecorationRole, image.isEmpty() ? QIcon() : QIcon(themeImagePath(image + QStringLiteral(".png"))));
+    if (DetailListItemWidget *widget = materialWidget(item))
+        widget->setDownloadStatus(status);
+}
+
+void DetailListWidget::setApprovalStatus(const QString &id, int approval)
+{
+    if (DetailListItemWidget *widget = materialWidget(itemById(id)))
+        widget->setApprovalStatus(approval);
+}
+
+void DetailListWidget::setProgress(const QString &id, qint64 received, qint64 total)
+{
+    if (DetailListItemWidget *widget = materialWidget(itemById(id)))
+        widget->setProgress(received, total);
+}
+
+void DetailListWidget::startDrag(Qt::DropActions supportedActions)
+{
+    Q_UNUSED(supportedActions) // the host only ever copies a material
+    const QList<QListWidgetItem *> selected = selectedItems();
+    if (selected.isEmpty())
+        return;
+    DetailListItemWidget *widget = materialWidget(selected.first());
+    if (!widget)
+        return;
+    const QString materialString = widget->materialString();
+    auto *drag = new QDrag(this);
+    auto *mime = new QMimeData;
+    mime->setText(materialString);
+    mime->setUrls({QUrl::fromLocalFile(materialString)});
+    drag->setMimeData(mime);
+    const QIcon icon = selected.first()->icon();
+    if (!icon.isNull())
+        drag->setPixmap(icon.pixmap(32, 32));
+    const StarDragCallback callback = d->callbackProvider ? d->callbackProvider() : StarDragCallback();
+    if (callback)
+        callback(materialString.toStdString(), drag);
+    drag->exec(Qt::CopyAction);
+}
+
+} // namespace talvor::cloudmaterial

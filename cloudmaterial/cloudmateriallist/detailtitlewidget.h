@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QWidget>
+
+#include <memory>
+
+class QLineEdit;
+class QPushButton;
+
+namespace talvor::cloudmaterial {
+
+/** The panel's top line: the search field and the refresh button. */
+class DetailTitleWidget : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit DetailTitleWidget(QWidget *parent = nullptr);
+    ~DetailTitleWidget() override;
+
+    QLineEdit *searchEdit() const;
+    QPushButton *refreshButton() const;
+
+Q_SIGNALS:
+    void searchTextChanged(const QString &text);
+    void refreshRequested();
+
+private:
+    class Private;
+    std::unique_ptr<Private> const d;
+};
+
+} // namespace talvor::cloudmaterial

@@ -1,0 +1,91 @@
+#include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+
+#include "cloudmaterial/cloudmateriallist/cloudmaterialmodel.h"
+#include "cloudmaterial/translatemanager.h"
+
+#include <QCoreApplication>
+
+namespace talvor::cloudmaterial {
+
+QString statusImageName(int status)
+{
+    switch (status) {
+    case NotAllowed:
+        return QStringLiteral("download_status_not_allowed");
+    case Allowed:
+        return QStringLiteral("download_status_allowed");
+    case Downloading:
+        return QStringLiteral("download_status_downloading");
+    case Successed:
+        return QStringLiteral("download_status_successed");
+    case Failed:
+        return QStringLiteral("download_status_failed");
+    default:
+        return {};
+    }
+}
+
+QString themeImagePath(const QString &fileName)
+{
+    // The host ships the module's images beside its binaries' folder.
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/")
+           + fileName;
+}
+
+QString approvalText(int approval)
+{
+    switch (approval) {
+    case PendingApproval:
+        return TranslateManager::text("PendingApproval");
+    case Reject:
+        return TranslateManager::text("Reject");
+    default:
+        return {}; // approved materials need no remark
+    }
+}
+
+QColor approvalColor(int approval)
+{
+    switch (approval) {
+    case PendingApproval:
+        return QColor(QStringLiteral("#EA8234"));
+    case Reject:
+        return QColor(QStringLiteral("#E03838"));
+    default:
+        return QColor(QStringLiteral("#FFFFFF"));
+    }
+}
+
+QString mediaTypeName(int mediaType)
+{
+    // The cloud's type codes: 0 picture, 1 video, 2 audio, 3 document.
+    switch (mediaType) {
+    case 0:
+        return TranslateManager::text("Picture");
+    case 1:
+        return TranslateManager::text("Video");
+    case 2:
+        return TranslateManager::text("Audio");
+    case 3:
+        return TranslateManager::text("Document");
+    default:
+        return {};
+    }
+}
+
+QString sizeText(std::int64_t bytes)
+{
+    constexpr std::int64_t kb = std::int64_t(1) << 10;
+    constexpr std::int64_t mb = std::int64_t(1) << 20;
+    constexpr std::int64_t gb = std::int64_t(1) << 30;
+    const double value = double(bytes);
+    if (bytes > gb)
+        return QString::number(value / 1024 / 1024 / 1024, 'f', 2) + QStringLiteral(" GB");
+    if (bytes > mb)
+        return QString::number(value / 1024 / 1024, 'f', 2) + QStringLiteral(" MB");
+    if (bytes > kb)
+        return QString::number(value / 1024, 'f', 2) + QStringLiteral(" KB");
+    return QString::number(value, 'f', 2) + QStringLiteral(" B");
+}
+
+} // namespace talvor::cloudmaterial

@@ -1,0 +1,630 @@
+// The material panel: what it shows for the controller's signals, its two views, the search,
+// the drag to the host, and the buttons that reach the controller.
+
+#include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/cloudmateriallist/detailbottomwidget.h"
+#include "cloudmaterial/cloudmateriallist/detaillistitemdelegate.h"
+#include "cloudmaterial/cloudmateriallist/detaillistitemwidget.h"
+#include "cloudmaterial/cloudmateriallist/detaillistwidget.h"
+#include "cloudmaterial/cloudmateriallist/detailtitlewidget.h"
+#include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
+#include "cloudmaterial/cloudmateriallist/detailwidget.h"
+#include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+#include "cloudmaterial/protocol/httpclientwrapper.h"
+#include "cloudmaterial/translatemanager.h"
+#include "cloudmaterial/workerpool.h"
+
+#include "support/cloudsimfixture.h"
+
+#include <hvtheme/theme.h>
+
+#include <QtTest>
+
+#include <QDrag>
+#include <QHeaderView>
+#include <QHBoxLayout>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QPushButton>
+#include <QSettings>
+#include <QStackedWidget>
+
+#include <memory>
+#include <thread>
+
+using namespace talvor::cloudmaterial;
+
+namespace {
+
+const char *const token = "tok-panel";
+
+CloudMaterialModel material(const std::string &mid, const std::string &name, int type = 0, std::int64_t size = 2048,
+                            int approval = Approved, int status = Allowed)
+{
+    CloudMaterialModel m;
+    m.mid = mid;
+    m.mediaName = name;
+    m.mediaType = type;
+    m.approvalStatus = approval;
+    m.downloadStatus = status;
+    m.size = size;
+    m.resolution = "1920x1080";
+    return m;
+}
+
+QString imagePath(const QString &name)
+{
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/")
+           + name;
+}
+
+QImage iconImage(const QIcon &icon)
+{
+    return icon.pixmap(20, 20).toImage().convertToFormat(QImage::Format_ARGB32);
+}
+
+QStringList visibleListNames(DetailListWidget *list)
+{
+    QStringList names;
+    for (int row = 0; row < list->count(); ++row) {
+        if (!list->item(row)->isHidden())
+            names << list->item(row)->text();
+    }
+    return names;
+}
+
+QStringList visibleTreeNames(DetailTreeWidget *tree)
+{
+    QStringList names;
+    for (int row = 0; row < tree->topLevelItemCount(); ++row) {
+        if (!tree->topLevelItem(row)->isHidden())
+            names << tree->topLevelItem(row)->text(DetailTreeWidget::NameColumn);
+    }
+    return names;
+}
+
+// Presses on an item and moves past the drag distance with the button held, as a user does.
+void dragItem(DetailListWidget *list, QListWidgetItem *item)
+{
+    QWidget *viewport = list->viewport();
+    const QPoint start = list->visualItemRect(item).center();
+    const QPoint end = start + QPoint(QApplication::startDragDistance() + 20, 20);
+    QMouseEvent press(QEvent::MouseButtonPress, start, viewport->mapToGlobal(start), Qt::LeftButton, Qt::LeftButton,
+                      Qt::NoModifier);
+    QApplication::sendEvent(viewport, &press);
+    // The view takes the first move as the start of a drag and the next one beyond the distance as the drag.
+    const QPoint near = start + QPoint(1, 1);
+    QMouseEvent first(QEvent::MouseMove, near, viewport->mapToGlobal(near), Qt::NoButton, Qt::LeftButton,
+                      Qt::NoModifier);
+    QApplication::sendEvent(viewport, &first);
+    QMouseEvent move(QEvent::MouseMove, end, viewport->mapToGlobal(end), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(viewport, &move);
+    QMouseEvent release(QEvent::MouseButtonRelease, end, viewport->mapToGlobal(end), Qt::LeftButton, Qt::NoButton,
+                        Qt::NoModifier);
+    QApplication::sendEvent(viewport, &release);
+}
+
+void applyTheme(QWidget *panel)
+{
+    QSettings settings(QStringLiteral(":/cloudmaterialtheme/cloudmaterial.theme"), QSettings::IniFormat);
+    HV::Theme::readSettings(settings);
+    panel->setStyleSheet(
+        HV::readStyleSheet(QStringLiteral(":/cloudmaterialtheme/stylesheet"), QStringLiteral("cloudmateriallistwidget.qss")));
+}
+
+void saveScreenshot(QWidget *widget, const QString &name)
+{
+    for (int i = 0; i < 4; ++i)
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+    const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/../screenshots");
+    QDir().mkpath(folder);
+    const QString path = folder + QLatin1Char('/') + name + QStringLiteral(".png");
+    QVERIFY2(widget->grab().save(path), qPrintable(path));
+    qInfo() << "screenshot" << QDir::cleanPath(path);
+}
+
+} // namespace
+
+class TestPanel : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void registersTheSignalTypes();
+    void layout();
+    void statusImage_data();
+    void statusImage();
+    void approval_data();
+    void approval();
+    void sizeText_data();
+    void sizeText();
+    void typeNames_data();
+    void typeNames();
+    void modeSwitch();
+    void modeStateReachesTheStyleSheet();
+    void addAndDeleteRows();
+    void searchFiltersBothViews();
+    void progressInBothViews();
+    void dragWithCallback();
+    void dragWithoutCallback();
+    void controllerPanelIsWired();
+    void screenshots();
+
+private:
+    std::shared_ptr<CloudMaterialController> controller;
+    std::unique_ptr<DetailWidget> panel;
+};
+
+void TestPanel::initTestCase()
+{
+    QVERIFY(TranslateManager::instance().setLanguage("en"));
+}
+
+void TestPanel::init()
+{
+    controller = std::make_shared<CloudMaterialController>(nullptr);
+    controller->setCloudMaterialFolderPath("/media/cloud");
+    panel = std::make_unique<DetailWidget>(controller.get());
+    panel->resize(720, 480);
+}
+
+void TestPanel::cleanup()
+{
+    panel.reset();
+    controller.reset();
+}
+
+void TestPanel::registersTheSignalTypes()
+{
+    // Runs first: nothing but the panel built in init() has registered them.
+    for (const char *name : {"CloudMaterialModel", "std::vector<CloudMaterialModel>", "std::string",
+                             "std::vector<std::string>", "DownloadStatus", "ApprovalStatus"})
+        QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
+}
+
+void TestPanel::layout()
+{
+    QCOMPARE(panel->objectName(), QStringLiteral("CloudMaterialList"));
+    for (const char *name : {"detailListWidget", "detailTreeWidget", "detailTreeHeader", "addBtn", "delBtn",
+                             "treeModeBtn", "downloadBtn", "sreachBackground", "searchBtn", "sreachEdit",
+                             "cloudRefreshButton"})
+        QVERIFY2(panel->findChild<QWidget *>(QLatin1String(name)), name);
+    QVERIFY(panel->findChild<QLineEdit *>(QStringLiteral("sreachEdit"))->parent()->objectName()
+            == QStringLiteral("sreachBackground"));
+
+    DetailBottomWidget *bottom = panel->bottomWidget();
+    QCOMPARE(bottom->minimumHeight(), 40);
+    QCOMPARE(bottom->maximumHeight(), 40);
+    auto *box = qobject_cast<QHBoxLayout *>(bottom->layout());
+    QVERIFY(box);
+    QCOMPARE(box->contentsMargins(), QMargins(9, 6, 9, 6));
+    QCOMPARE(box->spacing(), 8);
+    QVERIFY(!bottom->addButton()->isEnabled());
+    QVERIFY(!bottom->deleteButton()->isEnabled());
+    QVERIFY(bottom->modeButton()->isCheckable());
+    QVERIFY(!bottom->modeButton()->isChecked());
+    QCOMPARE(bottom->label()->alignment(), Qt::AlignCenter);
+
+    DetailListWidget *list = panel->listView();
+    QCOMPARE(list->flow(), QListView::LeftToRight);
+    QVERIFY(list->isWrapping());
+    QVERIFY(qobject_cast<DetailListItemDelegate *>(list->itemDelegate()));
+
+    DetailTreeWidget *tree = panel->treeView();
+    QCOMPARE(tree->columnCount(), 9);
+    for (int column = 0; column < 9; ++column)
+        QCOMPARE(tree->isColumnHidden(column), column >= 6);
+    QVERIFY(tree->uniformRowHeights());
+    QCOMPARE(tree->iconSize(), QSize(45, 30));
+    QCOMPARE(tree->header()->objectName(), QStringLiteral("detailTreeHeader"));
+    const QStringList labels{"Name", "Thumbnail", "Status", "Download", "Type", "Resolution", "Size"};
+    for (int column = 0; column < labels.size(); ++column)
+        QCOMPARE(tree->headerItem()->text(column), labels.at(column));
+}
+
+void TestPanel::statusImage_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("image");
+    QTest::newRow("not allowed") << 0 << "download_status_not_allowed";
+    QTest::newRow("allowed") << 1 << "download_status_allowed";
+    QTest::newRow("downloading") << 2 << "download_status_downloading";
+    QTest::newRow("successed") << 3 << "download_status_successed";
+    QTest::newRow("failed") << 4 << "download_status_failed";
+    QTest::newRow("unknown") << 5 << QString();
+}
+
+void TestPanel::statusImage()
+{
+    QFETCH(int, status);
+    QFETCH(QString, image);
+    // Start from a status with an image, so that "none" has to be taken away.
+    panel->addMaterials({material("m1", "a.jpg", 0, 10, Approved, status == 0 ? Allowed : NotAllowed)});
+    panel->onMaterialDownloadStatusChanged("m1", DownloadStatus(status));
+
+    QListWidgetItem *item = panel->listView()->itemById(QStringLiteral("m1"));
+    QTreeWidgetItem *row = panel->treeView()->itemById(QStringLiteral("m1"));
+    QVERIFY(item && row);
+    QCOMPARE(item->data(DetailListWidget::StatusImageRole).toString(), image);
+    QCOMPARE(row->data(DetailTreeWidget::StatusColumn, DetailTreeWidget::StatusImageRole).toString(), image);
+    if (image.isEmpty()) {
+        QVERIFY(item->icon().isNull());
+        QVERIFY(row->icon(DetailTreeWidget::StatusColumn).isNull());
+        return;
+    }
+    const QImage expected = iconImage(QIcon(imagePath(image + QStringLiteral(".png"))));
+    QVERIFY2(!expected.isNull() && expected.pixelColor(10, 10).alpha() > 0, "the theme image is missing or empty");
+    QCOMPARE(iconImage(item->icon()), expected);
+    QCOMPARE(iconImage(row->icon(DetailTreeWidget::StatusColumn)), expected);
+    QCOMPARE(panel->listView()->materialWidget(item)->model().downloadStatus, status);
+}
+
+void TestPanel::approval_data()
+{
+    QTest::addColumn<int>("approval");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("colour");
+    QTest::newRow("pending") << 1 << "Pending approval" << "#ea8234";
+    QTest::newRow("approved") << 2 << QString() << "#ffffff";
+    QTest::newRow("rejected") << 3 << "Rejected" << "#e03838";
+    QTest::newRow("other") << 5 << QString() << "#ffffff";
+}
+
+void TestPanel::approval()
+{
+    QFETCH(int, approval);
+    QFETCH(QString, text);
+    QFETCH(QString, colour);
+    // Shown on arrival ...
+    panel->addMaterials({material("m1", "a.jpg", 0, 10, approval)});
+    QTreeWidgetItem *row = panel->treeView()->itemById(QStringLiteral("m1"));
+    QVERIFY(row);
+    QCOMPARE(row->text(DetailTreeWidget::ApprovalColumn), text);
+    QCOMPARE(row->foreground(DetailTreeWidget::ApprovalColumn).color().name(), colour);
+
+    // ... and on a change, coming from a different value.
+    const int other = approval == 3 ? 1 : 3;
+    panel->addMaterials({material("m2", "b.jpg", 0, 10, other)});
+    panel->onMaterialApprovalStatusChanged("m2", ApprovalStatus(approval));
+    row = panel->treeView()->itemById(QStringLiteral("m2"));
+    QCOMPARE(row->text(DetailTreeWidget::ApprovalColumn), text);
+    QCOMPARE(row->foreground(DetailTreeWidget::ApprovalColumn).color().name(), colour);
+}
+
+void TestPanel::sizeText_data()
+{
+    QTest::addColumn<qint64>("bytes");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("zero") << qint64(0) << "0.00 B";
+    QTest::newRow("1 KiB is still bytes") << qint64(1024) << "1024.00 B";
+    QTest::newRow("just over 1 KiB") << qint64(1034) << "1.01 KB";
+    QTest::newRow("1.5 KiB") << qint64(1536) << "1.50 KB";
+    QTest::newRow("1 MiB is still KB") << qint64(1048576) << "1024.00 KB";
+    QTest::newRow("2.25 MiB") << qint64(2359296) << "2.25 MB";
+    QTest::newRow("1 GiB is still MB") << qint64(1073741824) << "1024.00 MB";
+    QTest::newRow("just over 1 GiB") << qint64(1073741825) << "1.00 GB";
+    QTest::newRow("5.5 GiB") << qint64(5905580032) << "5.50 GB";
+}
+
+void TestPanel::sizeText()
+{
+    QFETCH(qint64, bytes);
+    QFETCH(QString, text);
+    QCOMPARE(talvor::cloudmaterial::sizeText(bytes), text);
+    panel->addMaterials({material("m1", "a.jpg", 0, bytes)});
+    QCOMPARE(panel->treeView()->itemById(QStringLiteral("m1"))->text(DetailTreeWidget::SizeColumn), text);
+    QCOMPARE(panel->listView()->itemById(QStringLiteral("m1"))->data(DetailListWidget::SizeRole).toString(), text);
+}
+
+void TestPanel::typeNames_data()
+{
+    QTest::addColumn<int>("type");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("picture") << 0 << "Picture";
+    QTest::newRow("video") << 1 << "Video";
+    QTest::newRow("audio") << 2 << "Audio";
+    QTest::newRow("document") << 3 << "Document";
+    QTest::newRow("unknown") << 30 << QString();
+}
+
+void TestPanel::typeNames()
+{
+    QFETCH(int, type);
+    QFETCH(QString, name);
+    panel->addMaterials({material("m1", "a", type)});
+    QCOMPARE(panel->treeView()->itemById(QStringLiteral("m1"))->text(DetailTreeWidget::TypeColumn), name);
+}
+
+void TestPanel::modeSwitch()
+{
+    panel->addMaterials({material("m1", "a.jpg")});
+    panel->show();
+    QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+    QPushButton *mode = panel->bottomWidget()->modeButton();
+    QVERIFY(panel->listView()->isVisible());
+    QVERIFY(!panel->treeView()->isVisible());
+
+    QTest::mouseClick(mode, Qt::LeftButton);
+    QCOMPARE(mode->property("state").toString(), QStringLiteral("mode"));
+    QVERIFY(panel->treeView()->isVisible());
+    QVERIFY(!panel->listView()->isVisible());
+
+    QTest::mouseClick(mode, Qt::LeftButton);
+    QCOMPARE(mode->property("state").toString(), QStringLiteral("unmode"));
+    QVERIFY(panel->listView()->isVisible());
+    QVERIFY(!panel->treeView()->isVisible());
+}
+
+void TestPanel::modeStateReachesTheStyleSheet()
+{
+    // A property selector only takes effect if the button is re-polished after the change.
+    panel->setStyleSheet(QStringLiteral("QPushButton#treeModeBtn { border: none; background-color: #0000ff; }"
+                                        "QPushButton#treeModeBtn[state=\"mode\"] { background-color: #ff0000; }"));
+    panel->show();
+    QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+    QPushButton *mode = panel->bottomWidget()->modeButton();
+    QCOMPARE(mode->grab().toImage().pixelColor(2, 2), QColor(0, 0, 255));
+    QTest::mouseClick(mode, Qt::LeftButton);
+    QCOMPARE(mode->grab().toImage().pixelColor(2, 2), QColor(255, 0, 0));
+    QTest::mouseClick(mode, Qt::LeftButton);
+    QCOMPARE(mode->grab().toImage().pixelColor(2, 2), QColor(0, 0, 255));
+}
+
+void TestPanel::addAndDeleteRows()
+{
+    QVERIFY(panel->findChild<QStackedWidget *>()->currentWidget() == panel->emptyLabel());
+    panel->addMaterials({material("m1", "one.jpg"), material("m2", "two.mp4", 1)});
+    panel->addMaterials({material("m3", "three.mp3", 2)});
+    // A material announced twice is shown once.
+    panel->addMaterials({material("m2", "two.mp4", 1)});
+    QCOMPARE(visibleListNames(panel->listView()), QStringList({"one.jpg", "two.mp4", "three.mp3"}));
+    QCOMPARE(visibleTreeNames(panel->treeView()), QStringList({"one.jpg", "two.mp4", "three.mp3"}));
+    QVERIFY(panel->findChild<QStackedWidget *>()->currentWidget() == panel->listView());
+    QCOMPARE(panel->bottomWidget()->label()->text(), QStringLiteral("3"));
+
+    panel->deleteMaterials({"m2"});
+    panel->deleteMaterials({"unknown"});
+    QCOMPARE(visibleListNames(panel->listView()), QStringList({"one.jpg", "three.mp3"}));
+    QCOMPARE(visibleTreeNames(panel->treeView()), QStringList({"one.jpg", "three.mp3"}));
+    QVERIFY(!panel->listView()->itemById(QStringLiteral("m2")));
+    QVERIFY(!panel->treeView()->itemById(QStringLiteral("m2")));
+
+    // Each item widget carries its material's path in the material folder.
+    auto *widget = panel->listView()->materialWidget(panel->listView()->itemById(QStringLiteral("m3")));
+    QVERIFY(widget);
+    QCOMPARE(widget->materialString(), QStringLiteral("/media/cloud/three.mp3"));
+    QCOMPARE(widget->model().mid, std::string("m3"));
+    QCOMPARE(panel->treeView()->itemById(QStringLiteral("m3"))->text(DetailTreeWidget::PathColumn),
+             QStringLiteral("/media/cloud/three.mp3"));
+
+    panel->deleteMaterials({"m1", "m3"});
+    QCOMPARE(panel->listView()->count(), 0);
+    QCOMPARE(panel->treeView()->topLevelItemCount(), 0);
+    QVERIFY(panel->findChild<QStackedWidget *>()->currentWidget() == panel->emptyLabel());
+}
+
+void TestPanel::searchFiltersBothViews()
+{
+    panel->addMaterials({material("m1", "Beach.jpg"), material("m2", "clip-beach.mp4", 1), material("m3", "intro.mp3", 2)});
+    panel->show();
+    QLineEdit *edit = panel->titleWidget()->searchEdit();
+    QTest::keyClicks(edit, QStringLiteral("BEA"));
+    QCOMPARE(visibleListNames(panel->listView()), QStringList({"Beach.jpg", "clip-beach.mp4"}));
+    QCOMPARE(visibleTreeNames(panel->treeView()), QStringList({"Beach.jpg", "clip-beach.mp4"}));
+    QCOMPARE(panel->bottomWidget()->label()->text(), QStringLiteral("2 / 3"));
+
+    // New materials obey the filter that is set.
+    panel->addMaterials({material("m4", "beach2.png"), material("m5", "logo.png")});
+    QCOMPARE(visibleListNames(panel->listView()), QStringList({"Beach.jpg", "clip-beach.mp4", "beach2.png"}));
+
+    QTest::keyClicks(edit, QStringLiteral("zzz"));
+    QVERIFY(visibleListNames(panel->listView()).isEmpty());
+    QVERIFY(visibleTreeNames(panel->treeView()).isEmpty());
+    QVERIFY(panel->emptyLabel()->isVisible());
+
+    edit->clear();
+    QCOMPARE(visibleListNames(panel->listView()).size(), 5);
+    QCOMPARE(visibleTreeNames(panel->treeView()).size(), 5);
+    QVERIFY(panel->listView()->isVisible());
+}
+
+void TestPanel::progressInBothViews()
+{
+    panel->addMaterials({material("m1", "a.mp4", 1), material("m2", "b.mp4", 1)});
+    QCOMPARE(panel->treeView()->progress(QStringLiteral("m1")), -1);
+    auto *widget = panel->listView()->materialWidget(panel->listView()->itemById(QStringLiteral("m1")));
+    QCOMPARE(widget->progress(), -1);
+
+    panel->onMaterialDownloadStatusChanged("m1", Downloading);
+    panel->onMaterialDownloadProgress("m1", 50, 200);
+    QCOMPARE(widget->progress(), 25);
+    QCOMPARE(panel->treeView()->progress(QStringLiteral("m1")), 25);
+    panel->onMaterialDownloadProgress("m1", 150, 200);
+    QCOMPARE(widget->progress(), 75);
+    QCOMPARE(panel->treeView()->progress(QStringLiteral("m1")), 75);
+    // The other material is untouched.
+    QCOMPARE(panel->treeView()->progress(QStringLiteral("m2")), -1);
+
+    panel->onMaterialDownloadStatusChanged("m1", Successed);
+    QCOMPARE(widget->progress(), -1);
+    QCOMPARE(panel->treeView()->progress(QStringLiteral("m1")), -1);
+}
+
+void TestPanel::dragWithCallback()
+{
+    std::string received;
+    QDrag *receivedDrag = nullptr;
+    QString mimeText;
+    controller->setStarDragCallback([&](const std::string &material, QDrag *drag) {
+        received = material;
+        receivedDrag = drag;
+        mimeText = drag->mimeData()->text();
+    });
+    panel->addMaterials({material("m1", "first.jpg"), material("m2", "second clip.mp4", 1)});
+    panel->show();
+    QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+
+    DetailListWidget *list = panel->listView();
+    QPointer<QDrag> running;
+    Qt::DropActions actions;
+    bool calledBeforeExec = false;
+    // exec() blocks in its own loop: look at the running drag from there, then end it.
+    QObject scope; // a timer that never ran must not outlive the locals it reads
+    QTimer::singleShot(0, &scope, [&] {
+        running = list->findChild<QDrag *>();
+        if (running)
+            actions = running->supportedActions();
+        calledBeforeExec = !received.empty();
+        QDrag::cancel();
+    });
+    dragItem(list, list->itemById(QStringLiteral("m2")));
+
+    QVERIFY(running);
+    QCOMPARE(actions, Qt::DropActions(Qt::CopyAction));
+    QVERIFY(calledBeforeExec);
+    QCOMPARE(received, std::string("/media/cloud/second clip.mp4"));
+    QCOMPARE(receivedDrag, running.data());
+    QCOMPARE(mimeText, QStringLiteral("/media/cloud/second clip.mp4"));
+}
+
+void TestPanel::dragWithoutCallback()
+{
+    panel->addMaterials({material("m1", "first.jpg")});
+    panel->show();
+    QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+
+    DetailListWidget *list = panel->listView();
+    QPointer<QDrag> running;
+    Qt::DropActions actions;
+    QString text;
+    QObject scope; // a timer that never ran must not outlive the locals it reads
+    QTimer::singleShot(0, &scope, [&] {
+        running = list->findChild<QDrag *>();
+        if (running) {
+            actions = running->supportedActions();
+            text = running->mimeData()->text();
+        }
+        QDrag::cancel();
+    });
+    dragItem(list, list->itemById(QStringLiteral("m1")));
+
+    QVERIFY2(running, "no drag ran without a callback");
+    QCOMPARE(actions, Qt::DropActions(Qt::CopyAction));
+    QCOMPARE(text, QStringLiteral("/media/cloud/first.jpg"));
+}
+
+void TestPanel::controllerPanelIsWired()
+{
+    // The controller's own panel, fed by a catalogue from the local cloud.
+    auto medium = [](const char *mid, const char *name) {
+        return QJsonObject{{QStringLiteral("mid"), QLatin1String(mid)},
+                           {QStringLiteral("mediaName"), QLatin1String(name)},
+                           {QStringLiteral("approvalStatus"), QStringLiteral("2")},
+                           {QStringLiteral("file"), QJsonObject{{QStringLiteral("size"), 4000}}}};
+    };
+    const QJsonObject account{{QStringLiteral("token"), QLatin1String(token)},
+                              {QStringLiteral("status"), QStringLiteral("success")},
+                              {QStringLiteral("media"),
+                               QJsonArray{medium("w1", "one.jpg"), medium("w2", "two.jpg"), medium("w3", "three.jpg")}}};
+    CloudSim cloud;
+    QVERIFY(cloud.start(QJsonDocument(QJsonObject{{QStringLiteral("accounts"), QJsonArray{account}}}).toJson()));
+
+    auto pool = std::make_shared<WorkerPool>(1);
+    HttpClientWrapper http(pool);
+    auto wired = std::make_shared<CloudMaterialController>(&http);
+    wired->init();
+    wired->setWorkerPool(pool);
+    wired->setToken(token);
+    wired->setNode(cloud.host().toStdString());
+    wired->setCloudMaterialFolderPath(QDir::tempPath().toStdString());
+    // Downloads are then left to a proxy: the test looks at the requests only.
+    wired->setServedByProxy(true);
+
+    std::unique_ptr<QWidget> owner(wired->listWidget());
+    auto *wiredPanel = qobject_cast<DetailWidget *>(owner.get());
+    QVERIFY(wiredPanel);
+    QCOMPARE(wired->listWidget(), owner.get());
+    QVERIFY(!owner->parent());
+
+    auto requests = [&cloud] {
+        int n = 0;
+        for (const auto &request : cloud.requests())
+            n += request.toObject().value(QStringLiteral("path")).toString().startsWith(QStringLiteral("/gateway/cirro"));
+        return n;
+    };
+    QCOMPARE(requests(), 0);
+    QTest::mouseClick(wiredPanel->titleWidget()->refreshButton(), Qt::LeftButton);
+    QTRY_COMPARE(requests(), 1);
+    QTRY_COMPARE(wiredPanel->listView()->count(), 3);
+    QCOMPARE(wiredPanel->treeView()->topLevelItemCount(), 3);
+
+    QSignalSpy states(wired.get(), &CloudMaterialController::materialDownloadStatusChanged);
+    DetailListWidget *list = wiredPanel->listView();
+    list->itemById(QStringLiteral("w1"))->setSelected(true);
+    list->itemById(QStringLiteral("w3"))->setSelected(true);
+    QTest::mouseClick(wiredPanel->bottomWidget()->downloadButton(), Qt::LeftButton);
+    QCOMPARE(states.count(), 2);
+    QStringList ids;
+    for (const auto &args : states) {
+        ids << QString::fromStdString(args.at(0).value<std::string>());
+        QCOMPARE(args.at(1).value<DownloadStatus>(), Downloading);
+    }
+    ids.sort();
+    QCOMPARE(ids, QStringList({"w1", "w3"}));
+    QCOMPARE(list->itemById(QStringLiteral("w1"))->data(DetailListWidget::StatusImageRole).toString(),
+             QStringLiteral("download_status_downloading"));
+    QCOMPARE(list->itemById(QStringLiteral("w2"))->data(DetailListWidget::StatusImageRole).toString(),
+             QStringLiteral("download_status_not_allowed"));
+
+    // In the table it is the table's selection that counts.
+    states.clear();
+    wiredPanel->bottomWidget()->setTreeMode(true);
+    wiredPanel->treeView()->itemById(QStringLiteral("w2"))->setSelected(true);
+    QTest::mouseClick(wiredPanel->bottomWidget()->downloadButton(), Qt::LeftButton);
+    QCOMPARE(states.count(), 1);
+    QCOMPARE(states.at(0).at(0).value<std::string>(), std::string("w2"));
+
+    // A progress report from a worker thread arrives queued.
+    std::thread([wired] { Q_EMIT wired->materialDownloadProgress("w2", 30, 60); }).join();
+    QTRY_COMPARE(wiredPanel->treeView()->progress(QStringLiteral("w2")), 50);
+    owner.reset();
+    pool.reset();
+}
+
+void TestPanel::screenshots()
+{
+    const std::vector<CloudMaterialModel> models{
+        material("s1", "harbour-sunrise.jpg", 0, 3481221, Approved, Successed),
+        material("s2", "spring-campaign.mp4", 1, 734003200, Approved, Downloading),
+        material("s3", "lobby-loop.mp4", 1, 2254857830, Approved, Allowed),
+        material("s4", "welcome-chime.mp3", 2, 512000, Approved, Allowed),
+        material("s5", "menu-board.pdf", 3, 1250000, PendingApproval, NotAllowed),
+        material("s6", "opening-hours.png", 0, 202400, Approved, Failed),
+        material("s7", "brand-guide.pdf", 3, 8800000, Reject, NotAllowed),
+        material("s8", "city-night.jpg", 0, 5120000, Approved, Successed),
+        material("s9", "safety-notice.mp4", 1, 95000000, Approved, Allowed),
+        material("s10", "background-music.mp3", 2, 6400000, Approved, Successed),
+    };
+    panel->addMaterials(models);
+    panel->onMaterialDownloadProgress("s2", 420, 1000);
+    applyTheme(panel.get());
+    panel->resize(760, 420);
+    panel->show();
+    QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+    panel->listView()->itemById(QStringLiteral("s8"))->setSelected(true);
+    saveScreenshot(panel.get(), QStringLiteral("panel-list"));
+    QTest::mouseClick(panel->bottomWidget()->modeButton(), Qt::LeftButton);
+    QVERIFY(panel->treeView()->isVisible());
+    saveScreenshot(panel.get(), QStringLiteral("panel-tree"));
+}
+
+QTEST_MAIN(TestPanel)
+#include "tst_panel.moc"
