@@ -163,6 +163,9 @@ MainController::MainController()
     d->connectLogin();
     d->connectDevices();
     d->applyDialogStyleSheets();
+    // This singleton outlives QApplication (static destruction), but widgets must not:
+    // the application's destructor runs post routines while widgets can still be deleted.
+    qAddPostRoutine(&MainController::releaseWidgets);
     connect(d->materials.get(), &CloudMaterialController::sigDownloadSuccess, this,
             &MainController::sigDownloadSuccess);
 }
@@ -320,6 +323,11 @@ bool MainController::isNetworkAvailable() const
     // management, which this answer does not need.
     return QNetworkConfigurationManager().isOnline();
     QT_WARNING_POP
+}
+
+void MainController::releaseWidgets()
+{
+    instance().d->login.releaseWidgets();
 }
 
 void MainController::startMqtt()

@@ -89,6 +89,7 @@ Q_SIGNALS:
 private:
     MainController();
     void handleMqtt();
+    static void releaseWidgets();
 
     class Private;
     std::unique_ptr<Private> const d;

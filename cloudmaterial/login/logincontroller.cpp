@@ -406,8 +406,15 @@ LoginController::LoginController(HttpClientWrapper *http, QObject *parent)
 
 LoginController::~LoginController()
 {
+    releaseWidgets();
+}
+
+void LoginController::releaseWidgets()
+{
     delete d->verifyDialog.data();
     delete d->loginDialog.data();
+    delete d->slider;
+    d->slider = nullptr;
 }
 
 void LoginController::prepareLogin()

@@ -47,6 +47,8 @@ public:
     // The login dialogs.
     /** Builds both dialogs afresh and fills them: settings, restored node, node list. Shows nothing. */
     void prepareLogin();
+    /** Deletes the dialogs and the slider views; they must go while the application still exists. */
+    void releaseWidgets();
     /** Takes node, token and contact data from the saved session, without any dialog. */
     TokenInfoJson restoreSession();
     void showLoginDialog();

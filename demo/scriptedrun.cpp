@@ -1,0 +1,271 @@
+#include "scriptedrun.h"
+
+#include "mainwindow.h"
+#include "playlistwidget.h"
+
+#include "cloudmaterial/maincontrollerwrapper.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTimer>
+#include <QTreeWidget>
+#include <QWebEnginePage>
+#include <QWebEngineView>
+
+#include <cstdio>
+#include <functional>
+#include <set>
+#include <vector>
+
+using talvor::cloudmaterial::MainControllerWrapper;
+
+namespace {
+
+const int stepTimeoutMs = 60000;
+// The panel keeps a material's id in this item role.
+const int materialIdRole = Qt::UserRole + 1;
+// Approved materials of the local cloud's catalogue, small enough to come quickly.
+const QStringList downloadIds{QStringLiteral("d01"), QStringLiteral("d03"), QStringLiteral("d04")};
+
+// Presses the slider's handle, moves it past the end of its track and lets go, as a pointer would.
+const QString dragToTheEnd = QStringLiteral(R"((function () {
+    var handle = document.getElementById('handle');
+    var slider = document.getElementById('slider');
+    if (!handle || !slider)
+        return false;
+    var box = handle.getBoundingClientRect();
+    var x = Math.round(box.left + box.width / 2), y = Math.round(box.top + box.height / 2);
+    var end = Math.round(x + slider.clientWidth - handle.offsetWidth + 12);
+    function fire(type, clientX) {
+        handle.dispatchEvent(new PointerEvent(type, {
+            bubbles: true, cancelable: true, pointerId: 7, pointerType: 'mouse',
+            isPrimary: true, button: type === 'pointermove' ? -1 : 0,
+            buttons: type === 'pointerup' ? 0 : 1, clientX: clientX, clientY: y }));
+    }
+    fire('pointerdown', x);
+    for (var i = 1; i <= 20; ++i)
+        fire('pointermove', Math.round(x + (end - x) * i / 20));
+    fire('pointerup', end);
+    return slider.classList.contains('verified');
+})())");
+
+void say(const QString &line)
+{
+    std::printf("step: %s\n", qPrintable(line));
+    std::fflush(stdout);
+}
+
+} // namespace
+
+class ScriptedRun::Private
+{
+public:
+    struct Step {
+        QString missing;               // what is reported if the step never completes
+        std::function<bool()> reached; // polled until true
+    };
+
+    QWidget *loginDialog() const;
+    QWidget *panel() const;
+    QListWidget *materialList() const;
+    void poll();
+    void fail();
+
+    ScriptedRun *q = nullptr;
+    MainWindow *window = nullptr;
+    QString screenshots;
+    std::vector<Step> steps;
+    std::size_t current = 0;
+    QElapsedTimer stepClock;
+    QTimer pollTimer;
+    QString userName;
+    std::vector<QString> downloaded;
+    bool sliderPassed = false;
+    bool dragQueued = false;
+    bool loginPressed = false;
+    bool downloadAsked = false;
+};
+
+QWidget *ScriptedRun::Private::loginDialog() const
+{
+    for (QWidget *top : QApplication::topLevelWidgets()) {
+        if (top->isVisible() && top->findChild<QLineEdit *>(QStringLiteral("lineEdit_userName")))
+            return top;
+    }
+    return nullptr;
+}
+
+QWidget *ScriptedRun::Private::panel() const
+{
+    return MainControllerWrapper::instance().cloudMaterialList();
+}
+
+QListWidget *ScriptedRun::Private::materialList() const
+{
+    QWidget *p = panel();
+    return p ? p->findChild<QListWidget *>() : nullptr;
+}
+
+void ScriptedRun::Private::poll()
+{
+    if (current >= steps.size())
+        return;
+    if (steps[current].reached()) {
+        ++current;
+        stepClock.restart();
+        if (current == steps.size()) {
+            pollTimer.stop();
+            say(QStringLiteral("done"));
+            Q_EMIT q->finished(0);
+        }
+        return;
+    }
+    if (stepClock.elapsed() > stepTimeoutMs)
+        fail();
+}
+
+void ScriptedRun::Private::fail()
+{
+    pollTimer.stop();
+    std::printf("missing: %s (not reached within %d s)\n", qPrintable(steps[current].missing), stepTimeoutMs / 1000);
+    std::fflush(stdout);
+    Q_EMIT q->finished(1);
+}
+
+ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QObject *parent)
+    : QObject(parent)
+    , d(std::make_unique<Private>())
+{
+    d->q = this;
+    d->window = window;
+    d->screenshots = QDir::cleanPath(screenshotFolder);
+    QDir().mkpath(screenshotFolder);
+
+    auto &wrapper = MainControllerWrapper::instance();
+    connect(&wrapper, &MainControllerWrapper::loginSuccess, this,
+            [this](const std::string &name) { d->userName = QString::fromStdString(name); });
+    connect(&wrapper, &MainControllerWrapper::sigDownloadSuccess, this,
+            [this](const std::string &id, const std::string &path) {
+                say(QStringLiteral("downloaded %1 to %2").arg(QString::fromStdString(id), QString::fromStdString(path)));
+                d->downloaded.push_back(QString::fromStdString(path));
+            });
+
+    const auto shoot = [this](QWidget *widget, const QString &name) {
+        const QString path = d->screenshots + QLatin1Char('/') + name;
+        if (widget->grab().save(path))
+            say(QStringLiteral("screenshot %1").arg(path));
+    };
+
+    d->steps.push_back({QStringLiteral("the login dialog"), [this, shoot] {
+                            QWidget *dialog = d->loginDialog();
+                            if (!dialog)
+                                return false;
+                            // A first login names the region; the directory arrives after the dialog.
+                            auto *regions = dialog->findChild<QComboBox *>(QStringLiteral("comboBox_severSelect"));
+                            if (!regions || regions->count() == 0)
+                                return false;
+                            say(QStringLiteral("login dialog shown"));
+                            dialog->findChild<QPushButton *>(QStringLiteral("pushButton_selectServer"))->click();
+                            regions->setCurrentIndex(0);
+                            say(QStringLiteral("region %1 chosen").arg(regions->currentText()));
+                            dialog->findChild<QPushButton *>(QStringLiteral("pushButton_accept"))->click();
+                            dialog->findChild<QLineEdit *>(QStringLiteral("lineEdit_userName"))->setText("demo");
+                            dialog->findChild<QLineEdit *>(QStringLiteral("lineEdit_password"))->setText("demo1234");
+                            if (auto *agree = dialog->findChild<QCheckBox *>(QStringLiteral("checkBox_agree_account")))
+                                agree->setChecked(true);
+                            return true;
+                        }});
+    d->steps.push_back({QStringLiteral("the slider check passed"), [this, shoot] {
+                            if (d->sliderPassed) {
+                                say(QStringLiteral("slider check passed"));
+                                // Filled in and checked: the dialog as the user sees it before logging in.
+                                if (QWidget *dialog = d->loginDialog())
+                                    shoot(dialog, QStringLiteral("demo-login.png"));
+                                return true;
+                            }
+                            QWidget *dialog = d->loginDialog();
+                            if (!dialog || d->dragQueued)
+                                return false;
+                            // The page may still be loading; a drag without a handle is tried again.
+                            for (QWebEngineView *view : dialog->findChildren<QWebEngineView *>()) {
+                                if (!view->isVisible())
+                                    continue;
+                                d->dragQueued = true;
+                                view->page()->runJavaScript(dragToTheEnd, [this](const QVariant &verified) {
+                                    d->sliderPassed = d->sliderPassed || verified.toBool();
+                                    QTimer::singleShot(500, this, [this] { d->dragQueued = false; });
+                                });
+                                break;
+                            }
+                            return false;
+                        }});
+    d->steps.push_back({QStringLiteral("loginSuccess after pressing the login button"), [this] {
+                            if (!d->userName.isEmpty()) {
+                                say(QStringLiteral("logged in as %1").arg(d->userName));
+                                return true;
+                            }
+                            QWidget *dialog = d->loginDialog();
+                            if (!d->loginPressed && dialog) {
+                                d->loginPressed = true;
+                                dialog->findChild<QPushButton *>(QStringLiteral("pushButton_login"))->click();
+                            }
+                            return false;
+                        }});
+    d->steps.push_back({QStringLiteral("the catalogue in the panel"), [this, shoot] {
+                            QListWidget *list = d->materialList();
+                            if (!list || list->count() < 20)
+                                return false;
+                            say(QStringLiteral("panel lists %1 materials").arg(list->count()));
+                            shoot(d->panel(), QStringLiteral("demo-panel-list.png"));
+                            auto *mode = d->panel()->findChild<QPushButton *>(QStringLiteral("treeModeBtn"));
+                            if (mode) {
+                                mode->click();
+                                QApplication::processEvents();
+                                shoot(d->panel(), QStringLiteral("demo-panel-tree.png"));
+                                mode->click(); // back to the list, where the selection below is made
+                                QApplication::processEvents();
+                            }
+                            return true;
+                        }});
+    d->steps.push_back({QStringLiteral("three sigDownloadSuccess"), [this] {
+                            if (!d->downloadAsked) {
+                                d->downloadAsked = true;
+                                QListWidget *list = d->materialList();
+                                list->clearSelection();
+                                for (int row = 0; row < list->count(); ++row) {
+                                    QListWidgetItem *item = list->item(row);
+                                    if (downloadIds.contains(item->data(materialIdRole).toString()))
+                                        item->setSelected(true);
+                                }
+                                say(QStringLiteral("downloading %1 selected materials").arg(list->selectedItems().size()));
+                                d->panel()->findChild<QPushButton *>(QStringLiteral("downloadBtn"))->click();
+                            }
+                            return d->downloaded.size() >= 3;
+                        }});
+    d->steps.push_back({QStringLiteral("a material on the playlist"), [this] {
+                            PlaylistWidget *playlist = d->window->playlist();
+                            if (playlist->count() > 0) {
+                                say(QStringLiteral("playlist holds %1").arg(playlist->item(0)->text()));
+                                return true;
+                            }
+                            // What a drag from the panel onto the playlist ends in.
+                            playlist->addMaterial(d->downloaded.front());
+                            return false;
+                        }});
+}
+
+ScriptedRun::~ScriptedRun() = default;
+
+void ScriptedRun::start()
+{
+    MainControllerWrapper::instance().login();
+    d->stepClock.start();
+    connect(&d->pollTimer, &QTimer::timeout, this, [this] { d->poll(); });
+    d->pollTimer.start(200);
+}
