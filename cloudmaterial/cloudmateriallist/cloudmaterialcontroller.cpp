@@ -307,8 +307,8 @@ void CloudMaterialController::refreshMaterialList(bool quiet)
         token = d->token;
         gatewayHost = d->gatewayHost;
     }
-    if (!canReach(gatewayHost))
-        return;
+    if (gatewayHost.empty() || !canReach(gatewayHost))
+        return; // no node chosen yet, or no network
     if (!refreshGuard.exchange(false))
         return; // another refresh is running
     RefreshRelease release;

@@ -3,6 +3,7 @@
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/workerpool.h"
 
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -116,6 +117,10 @@ HttpClientWrapper::~HttpClientWrapper()
 
 HttpReply HttpClientWrapper::get(const std::string &url, const HttpHeaders &headers, bool logReply)
 {
+    // Work queued before exit may run after the application is gone; without it no event
+    // loop can wait for a reply.
+    if (!QCoreApplication::instance())
+        return {};
     QNetworkReply *reply = d->managerForThisThread()->get(makeRequest(url, headers));
 
     if (!waitForReply(reply)) {
@@ -141,6 +146,8 @@ HttpReply HttpClientWrapper::get(const std::string &url, const HttpHeaders &head
 HttpReply HttpClientWrapper::post(const std::string &url, const HttpHeaders &headers, const std::string &body,
                                   bool log)
 {
+    if (!QCoreApplication::instance())
+        return {};
     QNetworkRequest request = makeRequest(url, headers);
     // Set last, so that they replace a caller's headers of the same names.
     request.setRawHeader("Accept", "*/*");
