@@ -2,6 +2,7 @@
 // here with plain Qt network code over real TLS, trusting only the CA that cloudsim made.
 
 #include "support/cloudsimfixture.h"
+#include "support/generatedcontent.h"
 
 #include <QtTest>
 
@@ -23,29 +24,6 @@ namespace {
 const QString catalogueQuery = QStringLiteral(
     "/gateway/cirro?cirro=Rest/Lite/Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1"
     "&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30&sortType=desc");
-
-// The documented generated content: byte i is byte (i mod 8), little-endian, of
-// splitmix64(i / 8). Written out again here so that the test does not share the server's code.
-std::uint64_t mix(std::uint64_t x)
-{
-    x += 0x9e3779b97f4a7c15ULL;
-    x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
-    x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
-    return x ^ (x >> 31);
-}
-
-QByteArray pattern(std::uint64_t offset, int size)
-{
-    QByteArray out(size, Qt::Uninitialized);
-    std::uint64_t word = mix(offset / 8);
-    for (int i = 0; i < size; ++i) {
-        const std::uint64_t at = offset + std::uint64_t(i);
-        if (at % 8 == 0)
-            word = mix(at / 8);
-        out[i] = char(word >> (8 * (at % 8)));
-    }
-    return out;
-}
 
 struct Answer
 {
@@ -277,7 +255,7 @@ void TestCloudSim::catalogueRecordShape()
     QCOMPARE(ossDir, m_cloud.url(QStringLiteral("/files/m1/intro%20clip.mp4")));
     const Answer file = send(QUrl(ossDir).path(QUrl::FullyEncoded));
     QCOMPARE(file.status, 200);
-    QCOMPARE(file.body, pattern(0, 4096));
+    QCOMPARE(file.body, generatedContent(0, 4096));
     const Answer text = send(QUrl(m2.value("ossDir").toString()).path());
     QCOMPARE(text.body, QByteArray("hello"));
 
@@ -387,7 +365,7 @@ void TestCloudSim::catalogueStatusAsNumber()
     const auto entity = reply.value("data").toObject().value("mediaList").toArray().at(0).toObject().value(
         "media_entity").toObject();
     QCOMPARE(entity.value("size").toInt(), 1024);
-    QCOMPARE(send(QStringLiteral("/files/a/a.bin")).body, pattern(0, 1024));
+    QCOMPARE(send(QStringLiteral("/files/a/a.bin")).body, generatedContent(0, 1024));
 }
 
 void TestCloudSim::unknownGatewayService()
@@ -437,7 +415,7 @@ void TestCloudSim::rangeRequests()
     }
     QCOMPARE(a.header("Content-Length").toLongLong(), qint64(length));
     QCOMPARE(a.body.size(), length);
-    QCOMPARE(a.body, pattern(std::uint64_t(from), length));
+    QCOMPARE(a.body, generatedContent(std::uint64_t(from), length));
     if (status == 206) {
         QCOMPARE(a.header("Content-Range"),
                  QStringLiteral("bytes %1-%2/5000").arg(from).arg(from + length - 1).toLatin1());
@@ -459,7 +437,7 @@ void TestCloudSim::largeFileStreamsInSmallMemory()
     QObject::connect(reply, &QNetworkReply::readyRead, this, [&] {
         const QByteArray chunk = reply->readAll();
         // Every byte is compared, so a gap or a repeat anywhere in the stream is caught.
-        if (same && chunk != pattern(std::uint64_t(received), chunk.size()))
+        if (same && chunk != generatedContent(std::uint64_t(received), chunk.size()))
             same = false;
         received += chunk.size();
     });
@@ -492,7 +470,7 @@ void TestCloudSim::faultStatus()
     QVERIFY(m_cloud.clearFaults());
     const Answer after = send(QStringLiteral("/files/m1/clip1.mp4"));
     QCOMPARE(after.status, 200);
-    QCOMPARE(after.body, pattern(0, 101));
+    QCOMPARE(after.body, generatedContent(0, 101));
 }
 
 void TestCloudSim::faultErrorBody()
@@ -525,13 +503,13 @@ void TestCloudSim::faultDropAfter()
     QCOMPARE(a.header("Content-Length"), QByteArray("1048576"));
     QVERIFY(a.error != QNetworkReply::NoError);
     QCOMPARE(a.body.size(), 1000);
-    QCOMPARE(a.body, pattern(0, 1000));
+    QCOMPARE(a.body, generatedContent(0, 1000));
 
     // With a range the count starts at the range.
     const Answer ranged = send(QStringLiteral("/files/f.bin"), {{"Range", "bytes=5000-"}});
     QCOMPARE(ranged.status, 206);
     QCOMPARE(ranged.header("Content-Length"), QByteArray::number(1048576 - 5000));
-    QCOMPARE(ranged.body, pattern(5000, 1000));
+    QCOMPARE(ranged.body, generatedContent(5000, 1000));
     QVERIFY(ranged.error != QNetworkReply::NoError);
 }
 
@@ -569,12 +547,12 @@ void TestCloudSim::faultWrongLength()
     QVERIFY(a.finished);
     QCOMPARE(a.status, 200);
     QCOMPARE(a.header("Content-Length"), announced);
-    QCOMPARE(a.body, pattern(0, bodySize));
+    QCOMPARE(a.body, generatedContent(0, bodySize));
     QCOMPARE(a.error != QNetworkReply::NoError, fails);
 
     // The connection was closed: the next request is served normally on a new one.
     QVERIFY(m_cloud.clearFaults());
-    QCOMPARE(send(QStringLiteral("/files/f.bin")).body, pattern(0, 3000));
+    QCOMPARE(send(QStringLiteral("/files/f.bin")).body, generatedContent(0, 3000));
 }
 
 void TestCloudSim::faultSlowArrivesInPieces()
@@ -591,7 +569,7 @@ void TestCloudSim::faultSlowArrivesInPieces()
     QSignalSpy finished(reply, &QNetworkReply::finished);
     QVERIFY(finished.wait(60000));
     QCOMPARE(reply->error(), QNetworkReply::NoError);
-    QCOMPARE(body, pattern(0, 3000));
+    QCOMPARE(body, generatedContent(0, 3000));
     // 300-byte steps with a pause after each: the client sees them one by one.
     QVERIFY2(pieces >= 5, qPrintable(QString::number(pieces)));
 }

@@ -4,6 +4,7 @@
 #include "cloudmaterial/protocol/filedownloader.h"
 #include "cloudmaterial/workerpool.h"
 #include "support/cloudsimfixture.h"
+#include "support/generatedcontent.h"
 #include "support/logcapture.h"
 
 #include <QtTest>
@@ -25,22 +26,9 @@ using namespace talvor::cloudmaterial;
 
 namespace {
 
-// The documented content of a generated file: byte i is byte (i mod 8), least significant
-// first, of splitmix64(i / 8). Written out here so the test does not share the server's code.
-std::uint64_t splitmix64(std::uint64_t x)
-{
-    std::uint64_t z = x + 0x9e3779b97f4a7c15ULL;
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
-    return z ^ (z >> 31);
-}
-
 QByteArray generated(int size)
 {
-    QByteArray out(size, Qt::Uninitialized);
-    for (int i = 0; i < size; ++i)
-        out[i] = char(splitmix64(std::uint64_t(i) / 8) >> (8 * (i % 8)));
-    return out;
+    return generatedContent(0, size);
 }
 
 QByteArray readFile(const QString &path)
