@@ -16,6 +16,7 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
+#include "cloudmaterial/protocol/tcpnodelay.h"
 #include "cloudmaterial/workerpool.h"
 
 #include "support/cloudsimfixture.h"
@@ -163,6 +164,8 @@ public:
             mqtt::connect_options options;
             options.set_clean_session(true);
             client.connect(options)->wait();
+            // The cloud's side, like the device's, sends its small packets at once.
+            setTcpNoDelayToPort(mqttUriPort(client.get_server_uri()));
             for (const std::string &t : topics)
                 client.subscribe(t, 2)->wait();
             return true;

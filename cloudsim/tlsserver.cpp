@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -189,6 +190,9 @@ bool TlsServer::process_and_close_socket(socket_t sock)
     timeval wt{static_cast<time_t>(write_timeout_sec_), static_cast<suseconds_t>(write_timeout_usec_)};
     setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &rt, sizeof rt);
     setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &wt, sizeof wt);
+    // Replies go out in several small TLS records; none may wait for a delayed ACK.
+    const int on = 1;
+    setsockopt(sock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 
     bool ok = false;
     SSL *ssl = SSL_new(ssl_context());

@@ -2,6 +2,7 @@
 
 #include "cloudmaterial/logging.h"
 #include "mqttclientwrapper.h"
+#include "tcpnodelay.h"
 
 #include <mqtt/message.h>
 
@@ -31,6 +32,7 @@ Callback::~Callback()
 void Callback::connected(const std::string & /*cause*/)
 {
     RXCM_LOG_INFO("Connection success");
+    setTcpNoDelayToPort(mqttUriPort(client.get_server_uri()));
     // std::map iterates in topic order, which is the order the broker sees.
     for (const auto &[topic, qos] : handlers->subscriptions) {
         RXCM_LOG_INFO("Subscribing to topic '{}', using QoS {}", topic, qos);

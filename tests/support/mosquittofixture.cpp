@@ -83,6 +83,8 @@ bool Mosquitto::writeConfig()
         return false;
     QByteArray text;
     text += "per_listener_settings false\nallow_anonymous true\n";
+    // Small MQTT packets must not wait for delayed ACKs (see tcpnodelay.h).
+    text += "set_tcp_nodelay true\n";
     // As root mosquitto would switch to its own user, which cannot read this private folder.
     if (::geteuid() == 0)
         text += "user root\n";
