@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace cloudsim {
@@ -16,13 +18,23 @@ std::shared_ptr<const Content> parseFile(const Json &j, const std::string &owner
             throw std::invalid_argument(owner + ": \"text\" must be a string");
         return textContent(j.at("text").get<std::string>());
     }
+    if (j.contains("path")) {
+        // A real file (a demo's picture, say), read once at start.
+        if (!j.at("path").is_string())
+            throw std::invalid_argument(owner + ": \"path\" must be a string");
+        const std::string path = j.at("path").get<std::string>();
+        std::ifstream in(path, std::ios::binary);
+        if (!in)
+            throw std::invalid_argument(owner + ": cannot read " + path);
+        return textContent(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
+    }
     if (j.contains("size")) {
         const auto &size = j.at("size");
         if (!size.is_number_unsigned() && !(size.is_number_integer() && size.get<std::int64_t>() >= 0))
             throw std::invalid_argument(owner + ": \"size\" must be a non-negative integer");
         return std::make_shared<PatternContent>(size.get<std::uint64_t>());
     }
-    throw std::invalid_argument(owner + ": a file needs \"text\" or \"size\"");
+    throw std::invalid_argument(owner + ": a file needs \"text\", \"path\" or \"size\"");
 }
 
 std::string hex128(const std::string &seed)
