@@ -1,5 +1,6 @@
 // The material panel: what it shows for the controller's signals, its two views, the search,
-// the drag to the host, and the buttons that reach the controller.
+// the drag to the host, the buttons and keys that reach the controller, thumbnails, and what it
+// says when logged out or offline.
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/cloudmateriallist/detailbottomwidget.h"
@@ -28,12 +29,17 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QMimeData>
+#include <QPainter>
 #include <QPushButton>
 #include <QSettings>
 #include <QStackedWidget>
+#include <QTemporaryDir>
 
+#include <algorithm>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 using namespace talvor::cloudmaterial;
@@ -116,6 +122,149 @@ void applyTheme(QWidget *panel)
         HV::readStyleSheet(QStringLiteral(":/cloudmaterialtheme/stylesheet"), QStringLiteral("cloudmateriallistwidget.qss")));
 }
 
+QJsonObject medium(const char *mid, const char *name, int type = 0)
+{
+    return QJsonObject{{QStringLiteral("mid"), QLatin1String(mid)},
+                       {QStringLiteral("mediaName"), QLatin1String(name)},
+                       {QStringLiteral("mediaType"), type},
+                       {QStringLiteral("approvalStatus"), QStringLiteral("2")},
+                       {QStringLiteral("file"), QJsonObject{{QStringLiteral("size"), 4000}}}};
+}
+
+// A panel fed by a real controller that talks to the local cloud, with a material folder of its own.
+struct WiredPanel
+{
+    bool start(const QJsonArray &media)
+    {
+        const QJsonObject account{{QStringLiteral("token"), QLatin1String(token)},
+                                  {QStringLiteral("status"), QStringLiteral("success")},
+                                  {QStringLiteral("media"), media}};
+        if (!folder.isValid()
+            || !cloud.start(QJsonDocument(QJsonObject{{QStringLiteral("accounts"), QJsonArray{account}}}).toJson()))
+            return false;
+        controller = connect();
+        owner.reset(controller->listWidget());
+        panel = qobject_cast<DetailWidget *>(owner.get());
+        return panel;
+    }
+
+    std::shared_ptr<CloudMaterialController> connect()
+    {
+        auto c = std::make_shared<CloudMaterialController>(&http);
+        c->init();
+        c->setWorkerPool(pool);
+        c->setToken(token);
+        c->setNode(cloud.host().toStdString());
+        c->setCloudMaterialFolderPath(folder.path().toStdString());
+        return c;
+    }
+
+    void refresh(CloudMaterialController &c) { c.requestRefresh(true).wait(); }
+
+    int requests(const QString &prefix)
+    {
+        int n = 0;
+        for (const auto &request : cloud.requests())
+            n += request.toObject().value(QStringLiteral("path")).toString().startsWith(prefix);
+        return n;
+    }
+
+    ~WiredPanel()
+    {
+        owner.reset();
+        controller.reset();
+        pool.reset();
+    }
+
+    QTemporaryDir folder;
+    CloudSim cloud;
+    std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
+    HttpClientWrapper http{pool};
+    std::shared_ptr<CloudMaterialController> controller;
+    std::unique_ptr<QWidget> owner;
+    DetailWidget *panel = nullptr;
+};
+
+// Collects the warnings of the module's categories, from any thread, for the test to wait on.
+class WarningCatcher
+{
+public:
+    WarningCatcher()
+    {
+        instance = this;
+        previous = qInstallMessageHandler(&WarningCatcher::handle);
+    }
+    ~WarningCatcher()
+    {
+        qInstallMessageHandler(previous);
+        instance = nullptr;
+    }
+    bool seen(const QString &text) const
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return std::any_of(lines.begin(), lines.end(), [&](const QString &line) { return line.contains(text); });
+    }
+
+private:
+    static void handle(QtMsgType type, const QMessageLogContext &context, const QString &message)
+    {
+        if (instance && type == QtWarningMsg) {
+            std::lock_guard<std::mutex> lock(instance->mutex);
+            instance->lines << message;
+        }
+        if (instance && instance->previous)
+            instance->previous(type, context, message);
+    }
+    static inline WarningCatcher *instance = nullptr;
+    QtMessageHandler previous = nullptr;
+    mutable std::mutex mutex;
+    QStringList lines;
+};
+
+// Scaled pictures may differ from their source by a rounding step.
+bool near(const QColor &a, const QColor &b)
+{
+    return std::abs(a.red() - b.red()) <= 2 && std::abs(a.green() - b.green()) <= 2 && std::abs(a.blue() - b.blue()) <= 2;
+}
+
+// Xvfb has no window manager to activate a window, and shortcuts need an active one.
+bool activate(QWidget *window)
+{
+    window->show();
+    if (!QTest::qWaitForWindowExposed(window))
+        return false;
+    QApplication::setActiveWindow(window);
+    return QTest::qWaitFor([window] { return QApplication::activeWindow() == window; });
+}
+
+QColor centre(QWidget *widget, const QRect &area)
+{
+    return widget->grab(area).toImage().pixelColor(area.width() / 2, area.height() / 2);
+}
+
+// A picture that looks like a photograph in a screenshot: a sky, a sun and a skyline.
+QString paintPicture(const QString &folder, const QString &name, const QColor &sky, const QColor &ground)
+{
+    QImage image(192, 108, QImage::Format_RGB32);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    QLinearGradient gradient(0, 0, 0, image.height());
+    gradient.setColorAt(0, sky.lighter(130));
+    gradient.setColorAt(1, sky.darker(150));
+    painter.fillRect(image.rect(), gradient);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(255, 226, 160));
+    painter.drawEllipse(QPointF(140, 38), 14, 14);
+    painter.setBrush(ground);
+    painter.drawPolygon(QPolygonF({QPointF(0, 108), QPointF(0, 70), QPointF(30, 62), QPointF(30, 78),
+                                   QPointF(60, 50), QPointF(85, 74), QPointF(120, 66), QPointF(150, 82),
+                                   QPointF(192, 60), QPointF(192, 108)}));
+    painter.end();
+    const QString path = folder + QLatin1Char('/') + name + QStringLiteral(".png");
+    image.save(path);
+    return path;
+}
+
 void saveScreenshot(QWidget *widget, const QString &name)
 {
     for (int i = 0; i < 4; ++i)
@@ -156,6 +305,18 @@ private Q_SLOTS:
     void dragWithCallback();
     void dragWithoutCallback();
     void controllerPanelIsWired();
+    void thumbnailsFetchedOnceInBothViews();
+    void failedThumbnailKeepsThePlaceholder();
+    void failedCatalogueSaysWhy_data();
+    void failedCatalogueSaysWhy();
+    void loggedOutHint();
+    void keys_data();
+    void keys();
+    void arrowsMove_data();
+    void arrowsMove();
+    void tabOrder();
+    void deleteRemovesTheLocalCopy_data();
+    void deleteRemovesTheLocalCopy();
     void screenshots();
 
 private:
@@ -599,6 +760,321 @@ void TestPanel::controllerPanelIsWired()
     pool.reset();
 }
 
+void TestPanel::thumbnailsFetchedOnceInBothViews()
+{
+    WiredPanel wired;
+    QVERIFY(wired.start({medium("t1", "one.jpg"), medium("t2", "two.mp4", 1)}));
+    DetailWidget *shown = wired.panel;
+    shown->resize(720, 480);
+    shown->show();
+    QVERIFY(QTest::qWaitForWindowExposed(shown));
+    wired.refresh(*wired.controller);
+    QTRY_COMPARE(shown->listView()->count(), 2);
+
+    DetailListWidget *list = shown->listView();
+    DetailTreeWidget *tree = shown->treeView();
+    QStringList paths;
+    for (const QString &mid : {QStringLiteral("t1"), QStringLiteral("t2")}) {
+        CloudMaterialModel row;
+        QVERIFY(wired.controller->material(mid.toStdString(), row));
+        const QString path = QString::fromStdString(wired.controller->thumbnailPath(row.mid, row.thumbnailUrl));
+        // Named after the material id, in the material folder's hidden thumbnail folder.
+        QCOMPARE(path, wired.folder.path() + QStringLiteral("/.thumbnails/") + mid + QStringLiteral(".thumbnail.png"));
+        QTRY_VERIFY(tree->itemById(mid)->data(DetailTreeWidget::ApprovalColumn, DetailTreeWidget::HasThumbnailRole).toBool());
+        paths << path;
+        const QColor colour = QImage(path).pixelColor(0, 0); // the local cloud's thumbnails have one colour
+        QVERIFY(colour.isValid());
+
+        // The grid paints it in the tile ...
+        shown->bottomWidget()->setTreeMode(false);
+        const QRect cell = list->visualItemRect(list->itemById(mid));
+        QCOMPARE(centre(list->viewport(), QRect(cell.left() + 40, cell.top() + 25, 40, 20)), colour);
+        // ... and the table as the icon of the thumbnail column, at 45 x 30.
+        shown->bottomWidget()->setTreeMode(true);
+        QTreeWidgetItem *item = tree->itemById(mid);
+        QCOMPARE(item->icon(DetailTreeWidget::ApprovalColumn).availableSizes().value(0), QSize(45, 30));
+        const QRect thumbnailCell = tree->visualItemRect(item);
+        const int left = tree->header()->sectionViewportPosition(DetailTreeWidget::ApprovalColumn);
+        QCOMPARE(centre(tree->viewport(), QRect(left + 12, thumbnailCell.top() + thumbnailCell.height() / 2 - 5, 20, 10)),
+                 colour);
+    }
+
+    // Later refreshes, and a new controller on the same folder, take them from the disk.
+    wired.refresh(*wired.controller);
+    wired.refresh(*wired.controller);
+    auto again = wired.connect();
+    std::unique_ptr<QWidget> second(again->listWidget());
+    wired.refresh(*again);
+    auto *secondPanel = qobject_cast<DetailWidget *>(second.get());
+    QTRY_COMPARE(secondPanel->treeView()->topLevelItemCount(), 2);
+    QTRY_VERIFY(secondPanel->listView()->itemById(QStringLiteral("t2"))->data(DetailListWidget::ThumbnailRole).isValid());
+    QCOMPARE(wired.requests(QStringLiteral("/thumbs/")), 2);
+
+    // A material gone from the cloud takes its thumbnail along.
+    QVERIFY(wired.cloud.setMedia(QJsonDocument(QJsonObject{{QStringLiteral("token"), QLatin1String(token)},
+                                                           {QStringLiteral("remove"), QJsonArray{QStringLiteral("t2")}}})
+                                     .toJson()));
+    wired.refresh(*wired.controller);
+    QVERIFY(QFile::exists(paths.at(0)));
+    QVERIFY(!QFile::exists(paths.at(1)));
+    second.reset();
+    again.reset();
+}
+
+void TestPanel::failedThumbnailKeepsThePlaceholder()
+{
+    WarningCatcher warnings;
+    WiredPanel wired;
+    QVERIFY(wired.start({medium("f1", "menu.pdf", 3)}));
+    QVERIFY(wired.cloud.addFault(QJsonObject{{QStringLiteral("kind"), QStringLiteral("status")},
+                                             {QStringLiteral("prefix"), QStringLiteral("/thumbs/")},
+                                             {QStringLiteral("status"), 404}}));
+    wired.refresh(*wired.controller);
+    QTRY_VERIFY(warnings.seen(QStringLiteral("thumbnail of f1 not fetched")));
+    CloudMaterialModel row;
+    QVERIFY(wired.controller->material("f1", row));
+    const QString path = QString::fromStdString(wired.controller->thumbnailPath(row.mid, row.thumbnailUrl));
+    QVERIFY(!QFile::exists(path));
+    QVERIFY(!QFile::exists(path + QStringLiteral(".temp")));
+    QTreeWidgetItem *item = wired.panel->treeView()->itemById(QStringLiteral("f1"));
+    QVERIFY(!item->data(DetailTreeWidget::ApprovalColumn, DetailTreeWidget::HasThumbnailRole).toBool());
+    QVERIFY(!wired.panel->listView()->itemById(QStringLiteral("f1"))->data(DetailListWidget::ThumbnailRole).isValid());
+    // The document's stand-in is shown instead.
+    const QImage placeholder = QImage(imagePath(QStringLiteral("thumbnail_document.png")));
+    QVERIFY(!placeholder.isNull());
+    QVERIFY(near(item->icon(DetailTreeWidget::ApprovalColumn).pixmap(45, 30).toImage().pixelColor(22, 2),
+                 placeholder.pixelColor(90, 4)));
+
+    // The next refresh tries again.
+    QVERIFY(wired.cloud.clearFaults());
+    wired.refresh(*wired.controller);
+    QTRY_VERIFY(item->data(DetailTreeWidget::ApprovalColumn, DetailTreeWidget::HasThumbnailRole).toBool());
+    QCOMPARE(wired.requests(QStringLiteral("/thumbs/")), 2);
+}
+
+void TestPanel::failedCatalogueSaysWhy_data()
+{
+    QTest::addColumn<QJsonObject>("fault");
+    QTest::newRow("bad gateway") << QJsonObject{{QStringLiteral("kind"), QStringLiteral("status")},
+                                                {QStringLiteral("status"), 502}};
+    QTest::newRow("not found") << QJsonObject{{QStringLiteral("kind"), QStringLiteral("status")},
+                                              {QStringLiteral("status"), 404},
+                                              {QStringLiteral("body"), QStringLiteral("<html>not here</html>")}};
+    QTest::newRow("cloud error") << QJsonObject{{QStringLiteral("kind"), QStringLiteral("error_body")}};
+}
+
+void TestPanel::failedCatalogueSaysWhy()
+{
+    QFETCH(QJsonObject, fault);
+    WiredPanel wired;
+    QVERIFY(wired.start({medium("o1", "one.jpg"), medium("o2", "two.jpg")}));
+    DetailWidget *shown = wired.panel;
+    wired.refresh(*wired.controller);
+    QTRY_COMPARE(shown->listView()->count(), 2);
+    QVERIFY(!shown->banner()->isVisibleTo(shown));
+
+    fault.insert(QStringLiteral("prefix"), QStringLiteral("/gateway"));
+    QVERIFY(wired.cloud.addFault(fault));
+    wired.refresh(*wired.controller);
+    // A failed catalogue removes what was known; the empty area says why.
+    QTRY_COMPARE(shown->listView()->count(), 0);
+    QCOMPARE(shown->treeView()->topLevelItemCount(), 0);
+    QCOMPARE(wired.controller->materials().size(), std::size_t(0));
+    QCOMPARE(shown->catalogueState(), CatalogueState::Unreachable);
+    QVERIFY(shown->findChild<QStackedWidget *>()->currentWidget() == shown->emptyLabel());
+    QCOMPARE(qobject_cast<QLabel *>(shown->emptyLabel())->text(),
+             QStringLiteral("The cloud cannot be reached. The list comes back with the next refresh."));
+    QVERIFY(!shown->banner()->isVisibleTo(shown));
+
+    QVERIFY(wired.cloud.clearFaults());
+    wired.refresh(*wired.controller);
+    QTRY_COMPARE(shown->listView()->count(), 2);
+    QCOMPARE(shown->catalogueState(), CatalogueState::Reachable);
+}
+
+void TestPanel::loggedOutHint()
+{
+    std::unique_ptr<QWidget> owner(controller->listWidget());
+    auto *shown = qobject_cast<DetailWidget *>(owner.get());
+    auto *empty = qobject_cast<QLabel *>(shown->emptyLabel());
+    auto current = [shown] { return shown->findChild<QStackedWidget *>()->currentWidget(); };
+    QCOMPARE(current(), empty);
+    QCOMPARE(empty->text(), QStringLiteral("You are not logged in. Log in to the cloud to see your materials."));
+
+    controller->setToken(token);
+    QCOMPARE(empty->text(), QStringLiteral("No materials in the cloud library yet."));
+    QVERIFY(!shown->banner()->isVisibleTo(shown));
+
+    // Offline before anything was known.
+    shown->setCatalogueState(CatalogueState::Unreachable);
+    QCOMPARE(empty->text(), QStringLiteral("The cloud cannot be reached. The list comes back with the next refresh."));
+    QVERIFY(!shown->banner()->isVisibleTo(shown));
+
+    controller->clear();
+    QCOMPARE(shown->catalogueState(), CatalogueState::LoggedOut);
+    QCOMPARE(empty->text(), QStringLiteral("You are not logged in. Log in to the cloud to see your materials."));
+    QVERIFY(!shown->banner()->isVisibleTo(shown));
+}
+
+void TestPanel::keys_data()
+{
+    QTest::addColumn<bool>("tree");
+    QTest::addColumn<bool>("fromSearch");
+    QTest::addColumn<int>("key");
+    QTest::addColumn<int>("modifiers");
+    QTest::addColumn<QString>("expected");
+    const int none = Qt::NoModifier;
+    QTest::newRow("ctrl+f in the grid") << false << false << int(Qt::Key_F) << int(Qt::ControlModifier) << "search";
+    QTest::newRow("ctrl+f in the table") << true << false << int(Qt::Key_F) << int(Qt::ControlModifier) << "search";
+    QTest::newRow("f5 in the grid") << false << false << int(Qt::Key_F5) << none << "refresh";
+    QTest::newRow("f5 in the search") << true << true << int(Qt::Key_F5) << none << "refresh";
+    QTest::newRow("return in the grid") << false << false << int(Qt::Key_Return) << none << "download";
+    QTest::newRow("enter in the table") << true << false << int(Qt::Key_Enter) << int(Qt::KeypadModifier) << "download";
+    QTest::newRow("return in the search") << false << true << int(Qt::Key_Return) << none << "view";
+    QTest::newRow("delete in the grid") << false << false << int(Qt::Key_Delete) << none << "delete";
+    QTest::newRow("delete in the table") << true << false << int(Qt::Key_Delete) << none << "delete";
+    QTest::newRow("delete in the search") << false << true << int(Qt::Key_Delete) << none << "nothing";
+}
+
+void TestPanel::keys()
+{
+    QFETCH(bool, tree);
+    QFETCH(bool, fromSearch);
+    QFETCH(int, key);
+    QFETCH(int, modifiers);
+    QFETCH(QString, expected);
+
+    panel->addMaterials({material("k1", "kept.jpg", 0, 10, Approved, Successed), material("k2", "other.jpg")});
+    panel->bottomWidget()->setTreeMode(tree);
+    QVERIFY(activate(panel.get()));
+    QAbstractItemView *view = tree ? static_cast<QAbstractItemView *>(panel->treeView()) : panel->listView();
+    view->setCurrentIndex(view->model()->index(0, 0));
+    QLineEdit *search = panel->titleWidget()->searchEdit();
+    search->setText(QStringLiteral("e")); // matches both: something for Delete to take
+    search->setCursorPosition(0);
+    (fromSearch ? static_cast<QWidget *>(search) : view)->setFocus();
+    QTRY_VERIFY(QApplication::focusWidget() == (fromSearch ? static_cast<QWidget *>(search) : view));
+
+    QSignalSpy refreshed(panel->titleWidget()->refreshButton(), &QPushButton::clicked);
+    QSignalSpy downloaded(panel->bottomWidget()->downloadButton(), &QPushButton::clicked);
+    QSignalSpy deleted(panel->bottomWidget()->deleteButton(), &QPushButton::clicked);
+    QVERIFY(panel->bottomWidget()->deleteButton()->isEnabled()); // the downloaded one is selected
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key(key), Qt::KeyboardModifiers(modifiers));
+
+    QCOMPARE(refreshed.count(), int(expected == QLatin1String("refresh")));
+    QCOMPARE(downloaded.count(), int(expected == QLatin1String("download")));
+    QCOMPARE(deleted.count(), int(expected == QLatin1String("delete")));
+    auto *confirmation = panel->findChild<QMessageBox *>(QStringLiteral("deleteConfirmation"));
+    QCOMPARE(confirmation != nullptr, expected == QLatin1String("delete"));
+    if (confirmation)
+        confirmation->reject();
+    if (expected == QLatin1String("search")) {
+        QCOMPARE(QApplication::focusWidget(), search);
+        QCOMPARE(search->selectedText(), QStringLiteral("e"));
+    }
+    if (expected == QLatin1String("view"))
+        QCOMPARE(QApplication::focusWidget(), view);
+    if (expected == QLatin1String("nothing"))
+        QCOMPARE(search->text(), QString()); // the field took the key
+}
+
+void TestPanel::arrowsMove_data()
+{
+    QTest::addColumn<bool>("tree");
+    QTest::addColumn<int>("key");
+    QTest::newRow("grid") << false << int(Qt::Key_Right);
+    QTest::newRow("table") << true << int(Qt::Key_Down);
+}
+
+void TestPanel::arrowsMove()
+{
+    QFETCH(bool, tree);
+    QFETCH(int, key);
+    panel->addMaterials({material("a1", "first.jpg"), material("a2", "second.jpg"), material("a3", "third.jpg")});
+    panel->bottomWidget()->setTreeMode(tree);
+    QVERIFY(activate(panel.get()));
+    QAbstractItemView *view = tree ? static_cast<QAbstractItemView *>(panel->treeView()) : panel->listView();
+    view->setFocus();
+    view->setCurrentIndex(view->model()->index(0, 0));
+    QTest::keyClick(view, Qt::Key(key));
+    QCOMPARE(view->currentIndex().row(), 1);
+    QCOMPARE(panel->selectedIds(), std::vector<std::string>{"a2"}); // moving selects, ready for Enter
+    QTest::keyClick(view, Qt::Key(key));
+    QCOMPARE(panel->selectedIds(), std::vector<std::string>{"a3"});
+}
+
+void TestPanel::tabOrder()
+{
+    panel->addMaterials({material("b1", "kept.jpg", 0, 10, Approved, Successed)});
+    QVERIFY(activate(panel.get()));
+    auto chain = [this] {
+        QStringList names;
+        panel->titleWidget()->searchEdit()->setFocus();
+        for (int i = 0; i < 5; ++i) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            names << QApplication::focusWidget()->objectName();
+        }
+        return names;
+    };
+    // Disabled buttons are passed over.
+    QCOMPARE(chain(), QStringList({"cloudRefreshButton", "detailListWidget", "treeModeBtn", "downloadBtn", "sreachEdit"}));
+    panel->bottomWidget()->setTreeMode(true);
+    panel->treeView()->itemById(QStringLiteral("b1"))->setSelected(true);
+    QCOMPARE(chain(), QStringList({"cloudRefreshButton", "detailTreeWidget", "delBtn", "treeModeBtn", "downloadBtn"}));
+    for (QPushButton *button : panel->findChildren<QPushButton *>())
+        QVERIFY2(!button->accessibleName().isEmpty(), qPrintable(button->objectName()));
+}
+
+void TestPanel::deleteRemovesTheLocalCopy_data()
+{
+    QTest::addColumn<bool>("confirm");
+    QTest::newRow("confirmed") << true;
+    QTest::newRow("cancelled") << false;
+}
+
+void TestPanel::deleteRemovesTheLocalCopy()
+{
+    QFETCH(bool, confirm);
+    WiredPanel wired;
+    QVERIFY(wired.start({medium("d1", "kept.jpg"), medium("d2", "other.jpg")}));
+    DetailWidget *shown = wired.panel;
+    wired.refresh(*wired.controller);
+    QTRY_COMPARE(shown->listView()->count(), 2);
+    DetailListWidget *list = shown->listView();
+    QPushButton *del = shown->bottomWidget()->deleteButton();
+    auto status = [list](const char *mid) {
+        return list->itemById(QLatin1String(mid))->data(DetailListWidget::StatusImageRole).toString();
+    };
+
+    list->itemById(QStringLiteral("d1"))->setSelected(true);
+    QVERIFY(!del->isEnabled()); // nothing downloaded yet
+    QTest::mouseClick(shown->bottomWidget()->downloadButton(), Qt::LeftButton);
+    QTRY_COMPARE(status("d1"), QStringLiteral("download_status_successed"));
+    const QString file = wired.folder.path() + QStringLiteral("/kept.jpg");
+    QVERIFY(QFile::exists(file));
+    QVERIFY(del->isEnabled());
+    list->itemById(QStringLiteral("d1"))->setSelected(false);
+    list->itemById(QStringLiteral("d2"))->setSelected(true);
+    QVERIFY(!del->isEnabled()); // only a selection with a downloaded one
+    list->itemById(QStringLiteral("d1"))->setSelected(true);
+    QVERIFY(del->isEnabled());
+
+    QTest::mouseClick(del, Qt::LeftButton);
+    auto *box = shown->findChild<QMessageBox *>(QStringLiteral("deleteConfirmation"));
+    QVERIFY(box);
+    QVERIFY(box->text().contains(QLatin1String(" 1 ")));
+    QTest::mouseClick(box->button(confirm ? QMessageBox::Yes : QMessageBox::Cancel), Qt::LeftButton);
+
+    QCOMPARE(QFile::exists(file), !confirm);
+    QCOMPARE(status("d1"), confirm ? QStringLiteral("download_status_allowed") : QStringLiteral("download_status_successed"));
+    QCOMPARE(del->isEnabled(), !confirm);
+    CloudMaterialModel row;
+    QVERIFY(wired.controller->material("d1", row));
+    QCOMPARE(row.downloadStatus, int(confirm ? Allowed : Successed));
+    // The other material was never touched.
+    QCOMPARE(status("d2"), QStringLiteral("download_status_not_allowed"));
+}
+
 void TestPanel::screenshots()
 {
     const std::vector<CloudMaterialModel> models{
@@ -613,17 +1089,43 @@ void TestPanel::screenshots()
         material("s9", "safety-notice.mp4", 1, 95000000, Approved, Allowed),
         material("s10", "background-music.mp3", 2, 6400000, Approved, Successed),
     };
+    controller->setToken(token);
+    panel->setCatalogueState(controller->catalogueState());
     panel->addMaterials(models);
     panel->onMaterialDownloadProgress("s2", 420, 1000);
+    // Pictures and videos with thumbnails; the rest keep their stand-ins.
+    QTemporaryDir thumbnails;
+    const struct { const char *mid; QColor sky; QColor ground; } pictures[] = {
+        {"s1", QColor(0xf0, 0x9a, 0x5c), QColor(0x2d, 0x3a, 0x4f)},
+        {"s2", QColor(0x5c, 0xa8, 0xd8), QColor(0x3f, 0x6b, 0x3a)},
+        {"s3", QColor(0x8a, 0x7c, 0xc8), QColor(0x3b, 0x33, 0x5c)},
+        {"s8", QColor(0x1c, 0x2a, 0x4a), QColor(0x0c, 0x10, 0x1c)},
+        {"s9", QColor(0xd8, 0xc0, 0x5c), QColor(0x6b, 0x4a, 0x2a)},
+    };
+    for (const auto &picture : pictures)
+        panel->onMaterialThumbnailReady(picture.mid, paintPicture(thumbnails.path(), QLatin1String(picture.mid),
+                                                                  picture.sky, picture.ground)
+                                                         .toStdString());
     applyTheme(panel.get());
     panel->resize(760, 420);
-    panel->show();
-    QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+    QVERIFY(activate(panel.get()));
     panel->listView()->itemById(QStringLiteral("s8"))->setSelected(true);
     saveScreenshot(panel.get(), QStringLiteral("panel-list"));
     QTest::mouseClick(panel->bottomWidget()->modeButton(), Qt::LeftButton);
     QVERIFY(panel->treeView()->isVisible());
+    // As a keyboard user sees it: the table has the focus, a downloaded material is selected.
+    panel->treeView()->setFocus();
+    panel->treeView()->setCurrentItem(panel->treeView()->itemById(QStringLiteral("s1")));
     saveScreenshot(panel.get(), QStringLiteral("panel-tree"));
+
+    panel->setCatalogueState(CatalogueState::Unreachable);
+    QTest::mouseClick(panel->bottomWidget()->modeButton(), Qt::LeftButton);
+    panel->titleWidget()->searchEdit()->setFocus();
+    saveScreenshot(panel.get(), QStringLiteral("panel-offline"));
+
+    panel->deleteMaterials({"s1", "s2", "s3", "s4", "s5", "s6", "s7", "s8", "s9", "s10"});
+    panel->setCatalogueState(CatalogueState::LoggedOut);
+    saveScreenshot(panel.get(), QStringLiteral("panel-logged-out"));
 }
 
 QTEST_MAIN(TestPanel)

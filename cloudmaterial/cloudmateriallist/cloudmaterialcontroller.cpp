@@ -7,12 +7,15 @@
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/workerpool.h"
 
+#include <QCryptographicHash>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QHostAddress>
 #include <QLoggingCategory>
 #include <QNetworkConfigurationManager>
 #include <QPointer>
+#include <QRegularExpression>
 #include <QTimer>
 #include <QUrl>
 
@@ -52,6 +55,33 @@ bool canReach(const std::string &gatewayHost)
     QT_WARNING_DISABLE_DEPRECATED
     return QNetworkConfigurationManager().isOnline();
     QT_WARNING_POP
+}
+
+// Thumbnails are kept beside the materials they preview, in a hidden folder of the material
+// folder: they go when the host clears that folder, and the configuration folder keeps only
+// the module's small settings files.
+const char *const thumbnailFolder = "/.thumbnails/";
+
+// The cloud's id names the file only when it is plain; anything else is hashed, so no text
+// from the cloud can steer where a thumbnail is written.
+QString thumbnailStem(const std::string &id)
+{
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_-]{1,64}$"));
+    const QString text = QString::fromStdString(id);
+    if (plain.match(text).hasMatch())
+        return text;
+    return QString::fromLatin1(
+        QCryptographicHash::hash(QByteArray::fromStdString(id), QCryptographicHash::Sha1).toHex());
+}
+
+// The URL's path split at ".": the last piece, if it looks like an extension.
+QString thumbnailExtension(const std::string &url)
+{
+    static const QRegularExpression extension(QStringLiteral("^[A-Za-z0-9]{1,5}$"));
+    const QStringList pieces = QUrl(QString::fromStdString(url)).path().split(QLatin1Char('.'));
+    if (pieces.size() > 1 && extension.match(pieces.last()).hasMatch())
+        return pieces.last().toLower();
+    return QStringLiteral("img"); // the image reader looks at the content then
 }
 
 int toInt(const std::string &text)
@@ -98,6 +128,9 @@ public:
     {
     }
 
+    // Thumbnails still queued are dropped; the pools (last members) then wait for what runs.
+    ~Private() { closing = true; }
+
     void onUpdateFileIsExist(const std::string &id, const std::string &name, bool exists);
     DownloadStatus onDownloadFile(const std::string &address, const std::string &id, const std::string &name);
     void onUpdateFileIsDownload(const std::string &id, const std::string &name, bool downloaded);
@@ -108,6 +141,15 @@ public:
         return materialFolder;
     }
     std::string localPath(const std::string &name) const { return folder() + "/" + name; }
+
+    void setState(CatalogueState next)
+    {
+        if (CatalogueState(state.exchange(std::int32_t(next))) != next)
+            Q_EMIT q->catalogueStateChanged(next);
+    }
+
+    void ensureThumbnail(const MediaInfo &media, bool announce);
+    void fetchThumbnail(const std::string &id, const std::string &url, const std::string &path);
 
     CloudMaterialController *const q;
     HttpClientWrapper *const http;
@@ -121,14 +163,74 @@ public:
     std::function<void(const std::string &, QDrag *)> starDragCallback;
     QPointer<DetailWidget> panel; // owned by the host once it embeds it
 
-    mutable std::mutex mutex; // guards media
+    mutable std::mutex mutex; // guards media and pendingThumbnails
     std::vector<StoredMedia> media;
+    std::unordered_set<std::string> pendingThumbnails;
+    std::atomic<std::int32_t> state{std::int32_t(CatalogueState::LoggedOut)};
+    std::atomic<bool> closing{false};
+    // Thumbnails are for the panel: a controller whose panel was never asked for fetches none.
+    std::atomic<bool> thumbnailsWanted{false};
 
     QTimer refreshTimer;
     // Downloads take their own threads, so a long one holds up neither a refresh nor the
     // next download. Declared last: destroyed first, while the rest is still there.
     WorkerPool downloadPool{2};
+    // Thumbnails have a thread of their own: two long downloads must not leave the panel
+    // without previews.
+    WorkerPool thumbnailPool{1};
 };
+
+void CloudMaterialController::Private::ensureThumbnail(const MediaInfo &media, bool announce)
+{
+    const std::string &url = media.media_entity.thumb_image_url;
+    const std::string path = q->thumbnailPath(media.mid, url);
+    if (!thumbnailsWanted || path.empty() || url.empty())
+        return;
+    if (QFileInfo(QString::fromStdString(path)).isFile()) {
+        if (announce)
+            Q_EMIT q->materialThumbnailReady(media.mid, path);
+        return; // fetched once, kept
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (!pendingThumbnails.insert(media.mid).second)
+            return;
+    }
+    // The task does not own the controller: the pool is a member, so it ends before the rest.
+    thumbnailPool.enqueue([this, id = media.mid, url, path] {
+        if (!closing)
+            fetchThumbnail(id, url, path);
+    });
+}
+
+void CloudMaterialController::Private::fetchThumbnail(const std::string &id, const std::string &url,
+                                                      const std::string &path)
+{
+    const QString file = QString::fromStdString(path);
+    const QString scheme = QUrl(QString::fromStdString(url)).scheme();
+    DownloadStatus status = Failed;
+    if (scheme == QLatin1String("https") || scheme == QLatin1String("http"))
+        status = FileDownloader().download(url, file);
+    bool known = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        pendingThumbnails.erase(id);
+        known = std::any_of(media.begin(), media.end(), [&](const StoredMedia &m) { return m.info.mid == id; });
+    }
+    if (status != Successed) {
+        // A partial file would be appended to by the next try and fail it again.
+        QFile::remove(file + QStringLiteral(".temp"));
+        qCWarning(lcMaterials).noquote() << "thumbnail of" << QString::fromStdString(id) << "not fetched from"
+                                         << QString::fromStdString(url);
+        return;
+    }
+    if (!known) {
+        QFile::remove(file); // the material went while its thumbnail was on the way
+        return;
+    }
+    if (!closing)
+        Q_EMIT q->materialThumbnailReady(id, path);
+}
 
 void CloudMaterialController::Private::onUpdateFileIsExist(const std::string &id, const std::string &, bool exists)
 {
@@ -234,8 +336,18 @@ void CloudMaterialController::setWorkerPool(std::shared_ptr<WorkerPool> pool)
 
 void CloudMaterialController::setToken(const std::string &token)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    d->token = token;
+    {
+        std::lock_guard<std::mutex> lock(d->settingsMutex);
+        d->token = token;
+    }
+    if (token.empty()) {
+        d->setState(CatalogueState::LoggedOut);
+    } else {
+        // A new session has failed nothing yet; an unreachable cloud stays so until a refresh tells.
+        auto loggedOut = std::int32_t(CatalogueState::LoggedOut);
+        if (d->state.compare_exchange_strong(loggedOut, std::int32_t(CatalogueState::Reachable)))
+            Q_EMIT catalogueStateChanged(CatalogueState::Reachable);
+    }
 }
 
 std::string CloudMaterialController::token() const
@@ -267,6 +379,12 @@ void CloudMaterialController::setServedByProxy(bool servedByProxy)
     d->servedByProxy = servedByProxy;
 }
 
+bool CloudMaterialController::isServedByProxy() const
+{
+    std::lock_guard<std::mutex> lock(d->settingsMutex);
+    return d->servedByProxy;
+}
+
 void CloudMaterialController::setStarDragCallback(const std::function<void(const std::string &, QDrag *)> &callback)
 {
     std::lock_guard<std::mutex> lock(d->settingsMutex);
@@ -292,9 +410,20 @@ QWidget *CloudMaterialController::listWidget()
     connect(this, &CloudMaterialController::materialApprovalStatusChanged, panel,
             &DetailWidget::onMaterialApprovalStatusChanged);
     connect(this, &CloudMaterialController::materialDownloadProgress, panel, &DetailWidget::onMaterialDownloadProgress);
-    // Materials known before the panel existed.
+    connect(this, &CloudMaterialController::materialThumbnailReady, panel, &DetailWidget::onMaterialThumbnailReady);
+    connect(this, &CloudMaterialController::catalogueStateChanged, panel, &DetailWidget::setCatalogueState);
+    // Materials known before the panel existed, and their thumbnails (from disk, or fetched now).
     panel->addMaterials(materials());
     d->panel = panel;
+    d->thumbnailsWanted = true;
+    std::vector<MediaInfo> known;
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        for (const auto &m : d->media)
+            known.push_back(m.info);
+    }
+    for (const MediaInfo &media : known)
+        d->ensureThumbnail(media, true);
     return panel;
 }
 
@@ -307,8 +436,13 @@ void CloudMaterialController::refreshMaterialList(bool quiet)
         token = d->token;
         gatewayHost = d->gatewayHost;
     }
-    if (gatewayHost.empty() || !canReach(gatewayHost))
-        return; // no node chosen yet, or no network
+    if (gatewayHost.empty())
+        return; // no node chosen yet
+    if (!canReach(gatewayHost)) {
+        if (!token.empty())
+            d->setState(CatalogueState::Unreachable);
+        return;
+    }
     if (!refreshGuard.exchange(false))
         return; // another refresh is running
     RefreshRelease release;
@@ -316,6 +450,10 @@ void CloudMaterialController::refreshMaterialList(bool quiet)
         return;
 
     MediaListResult fetched = requestMediaList(*d->http, token, gatewayHost, !quiet);
+    // A failed request reads as an empty catalogue and removes every known material, as the
+    // cloud's contract has it; the panel says why its list went empty.
+    if (!fetched.answered && !this->token().empty())
+        d->setState(CatalogueState::Unreachable);
 
     std::unordered_set<std::string> fetchedIds;
     for (const MediaInfo &media : fetched.media) {
@@ -336,10 +474,12 @@ void CloudMaterialController::refreshMaterialList(bool quiet)
             const CloudMaterialModel row = makeRow(media, NotAllowed);
             lock.unlock();
             Q_EMIT addMaterials({row});
+            d->ensureThumbnail(media, true);
             continue;
         }
         it->info.approvalStatus = media.approvalStatus;
         lock.unlock();
+        d->ensureThumbnail(media, false); // one that failed before is tried again
         // A number the cloud did not send as one throws, and ends this refresh.
         const int approval = std::stoi(media.approvalStatus);
         Q_EMIT materialApprovalStatusChanged(media.mid, ApprovalStatus(approval));
@@ -348,17 +488,27 @@ void CloudMaterialController::refreshMaterialList(bool quiet)
     }
 
     std::vector<std::string> removed;
+    std::vector<std::string> staleThumbnails;
     {
         std::lock_guard<std::mutex> lock(d->mutex);
         auto gone = std::stable_partition(d->media.begin(), d->media.end(), [&](const Private::StoredMedia &m) {
             return fetchedIds.count(m.info.mid) != 0;
         });
-        for (auto it = gone; it != d->media.end(); ++it)
+        for (auto it = gone; it != d->media.end(); ++it) {
             removed.push_back(it->info.mid);
+            staleThumbnails.push_back(thumbnailPath(it->info.mid, it->info.media_entity.thumb_image_url));
+        }
         d->media.erase(gone, d->media.end());
     }
     for (const std::string &id : removed)
         Q_EMIT deleteMaterials({id});
+    // Gone from the cloud, so its preview goes too (a logout keeps them for the next login).
+    for (const std::string &path : staleThumbnails) {
+        if (!path.empty())
+            QFile::remove(QString::fromStdString(path));
+    }
+    if (fetched.answered && !this->token().empty())
+        d->setState(CatalogueState::Reachable);
 }
 
 std::future<void> CloudMaterialController::requestRefresh(bool quiet)
@@ -415,6 +565,52 @@ std::vector<CloudMaterialModel> CloudMaterialController::materials() const
     for (const auto &m : d->media)
         rows.push_back(makeRow(m.info, m.status));
     return rows;
+}
+
+bool CloudMaterialController::removeLocalCopy(const std::string &id)
+{
+    if (isServedByProxy())
+        return false;
+    std::string name;
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        auto it = std::find_if(d->media.begin(), d->media.end(),
+                               [&](const Private::StoredMedia &m) { return m.info.mid == id; });
+        if (it == d->media.end() || it->status == Downloading)
+            return false;
+        name = it->info.mediaName;
+    }
+    if (!isSafeFileName(name))
+        return false;
+    const QString path = QString::fromStdString(d->localPath(name));
+    if (QFileInfo(path).isFile() && !QFile::remove(path)) {
+        qCWarning(lcMaterials).noquote() << "could not remove the local copy" << path;
+        return false;
+    }
+    {
+        std::lock_guard<std::mutex> lock(d->mutex);
+        auto it = std::find_if(d->media.begin(), d->media.end(),
+                               [&](const Private::StoredMedia &m) { return m.info.mid == id; });
+        if (it != d->media.end())
+            it->status = Allowed;
+    }
+    qCInfo(lcMaterials).noquote() << "removed the local copy" << path;
+    Q_EMIT materialDownloadStatusChanged(id, Allowed);
+    return true;
+}
+
+std::string CloudMaterialController::thumbnailPath(const std::string &id, const std::string &thumbnailUrl) const
+{
+    const std::string folder = d->folder();
+    if (folder.empty() || id.empty())
+        return {};
+    return folder + thumbnailFolder
+           + (thumbnailStem(id) + QStringLiteral(".thumbnail.") + thumbnailExtension(thumbnailUrl)).toStdString();
+}
+
+CatalogueState CloudMaterialController::catalogueState() const
+{
+    return CatalogueState(d->state.load());
 }
 
 void CloudMaterialController::clear()

@@ -48,6 +48,7 @@ public:
      * download and existence requests are left to the proxy instead of being served here.
      */
     void setServedByProxy(bool servedByProxy);
+    bool isServedByProxy() const;
 
     void setStarDragCallback(const std::function<void(const std::string &, QDrag *)> &callback);
     std::function<void(const std::string &, QDrag *)> starDragCallback() const;
@@ -63,6 +64,17 @@ public:
     /** A copy of a material's row; false when the id is unknown. */
     bool material(const std::string &id, CloudMaterialModel &model) const;
     std::vector<CloudMaterialModel> materials() const;
+
+    /**
+     * Deletes the downloaded file of a material, which goes back to Allowed. False when
+     * nothing was removed: unknown id, a running download, or a proxy client (the copy
+     * lives on the group's proxy server).
+     */
+    bool removeLocalCopy(const std::string &id);
+
+    /** Where a material's thumbnail is kept; empty while there is no material folder. */
+    std::string thumbnailPath(const std::string &id, const std::string &thumbnailUrl) const;
+    CatalogueState catalogueState() const;
 
     /** Forgets the token and every material (logout). */
     void clear();
@@ -82,6 +94,10 @@ Q_SIGNALS:
     void sigFileExistStatusChanged(const std::string &id, const std::string &name, bool isExist);
     /** Bytes received and the total (-1 if unknown) of a running download. */
     void materialDownloadProgress(const std::string &id, qint64 received, qint64 total);
+    /** A material's thumbnail is on disk at @p path (fetched, or found from an earlier run). */
+    void materialThumbnailReady(const std::string &id, const std::string &path);
+    /** Logged out, or the outcome of the last refresh; sent when it changes. */
+    void catalogueStateChanged(CatalogueState state);
 
 private:
     class Private;

@@ -24,6 +24,13 @@ enum ApprovalStatus : std::int32_t {
     Reject = 3,
 };
 
+/** What the last word about the catalogue was, so the panel can tell the user. */
+enum class CatalogueState : std::int32_t {
+    LoggedOut = 0,   // no session: nothing to list
+    Reachable = 1,   // logged in, and the last refresh reached the cloud (or none has failed yet)
+    Unreachable = 2, // the last refresh could not reach the cloud; the known list is kept
+};
+
 /** One material as the panel shows it. */
 struct CloudMaterialModel
 {
@@ -44,6 +51,7 @@ void registerCloudMaterialMetaTypes();
 
 Q_DECLARE_METATYPE(talvor::cloudmaterial::DownloadStatus)
 Q_DECLARE_METATYPE(talvor::cloudmaterial::ApprovalStatus)
+Q_DECLARE_METATYPE(talvor::cloudmaterial::CatalogueState)
 Q_DECLARE_METATYPE(talvor::cloudmaterial::CloudMaterialModel)
 Q_DECLARE_METATYPE(std::vector<talvor::cloudmaterial::CloudMaterialModel>)
 Q_DECLARE_METATYPE(std::vector<std::string>)

@@ -29,28 +29,31 @@ DetailBottomWidget::DetailBottomWidget(QWidget *parent)
     layout->setContentsMargins(9, 6, 9, 6);
     layout->setSpacing(8);
 
-    auto button = [this](const char *name, const QString &tip) {
+    auto button = [this](const char *name, const QString &accessibleName, const QString &tip) {
         auto *b = new QPushButton(this);
         b->setObjectName(QLatin1String(name));
+        b->setAccessibleName(accessibleName);
         b->setToolTip(tip);
         return b;
     };
-    // Adding and deleting materials happen in the cloud's own tools; the buttons stay for the layout.
-    d->add = button("addBtn", TranslateManager::text("Add"));
+    // Uploading needs the cloud's web console: the panel has no honest way to add a material,
+    // so the button stays disabled and its tool tip says where to go.
+    d->add = button("addBtn", TranslateManager::text("Add"), TranslateManager::text("AddInCloudConsole"));
     d->add->setText(QStringLiteral("+"));
     d->add->setEnabled(false);
-    d->del = button("delBtn", TranslateManager::text("Delete"));
+    // Removes downloaded copies only; the panel enables it while the selection holds one.
+    d->del = button("delBtn", TranslateManager::text("Delete"), TranslateManager::text("DeleteLocalCopies"));
     d->del->setText(QStringLiteral("\u2212"));
     d->del->setEnabled(false);
     d->label = new QLabel(this);
     d->label->setObjectName(QStringLiteral("bottomLabel"));
     d->label->setAlignment(Qt::AlignCenter);
-    d->mode = button("treeModeBtn", TranslateManager::text("SwitchView"));
+    d->mode = button("treeModeBtn", TranslateManager::text("SwitchView"), TranslateManager::text("SwitchView"));
     d->mode->setText(QStringLiteral("\u2630"));
     d->mode->setCheckable(true);
     d->mode->setChecked(false);
     d->mode->setProperty("state", QStringLiteral("unmode"));
-    d->download = button("downloadBtn", TranslateManager::text("Download"));
+    d->download = button("downloadBtn", TranslateManager::text("Download"), TranslateManager::text("Download"));
     d->download->setText(TranslateManager::text("Download"));
 
     layout->addWidget(d->add);
@@ -67,6 +70,7 @@ DetailBottomWidget::DetailBottomWidget(QWidget *parent)
         Q_EMIT treeModeChanged(tree);
     });
     connect(d->download, &QPushButton::clicked, this, &DetailBottomWidget::downloadRequested);
+    connect(d->del, &QPushButton::clicked, this, &DetailBottomWidget::deleteRequested);
 }
 
 DetailBottomWidget::~DetailBottomWidget() = default;

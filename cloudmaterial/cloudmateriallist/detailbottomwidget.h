@@ -9,7 +9,11 @@ class QPushButton;
 
 namespace talvor::cloudmaterial {
 
-/** The panel's bottom bar: add/delete, the view mode switch, download, and a status line. */
+/**
+ * The panel's bottom bar: add (materials are uploaded in the cloud's web console, so it stays
+ * disabled and says so), delete of downloaded copies, the view mode switch, download, and a
+ * status line.
+ */
 class DetailBottomWidget : public QWidget
 {
     Q_OBJECT
@@ -31,6 +35,7 @@ public:
 Q_SIGNALS:
     void treeModeChanged(bool tree);
     void downloadRequested();
+    void deleteRequested();
 
 private:
     class Private;

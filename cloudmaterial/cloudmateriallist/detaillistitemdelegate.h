@@ -5,8 +5,9 @@
 namespace talvor::cloudmaterial {
 
 /**
- * Draws a material of the icon grid: a preview tile with the type name, the status image at
- * its top right corner, and the elided name below.
+ * Draws a material of the icon grid: a preview tile (the thumbnail, or the type's stand-in)
+ * with the size along its foot and the status image at its top right corner, and the elided
+ * name below.
  */
 class DetailListItemDelegate : public QStyledItemDelegate
 {

@@ -49,6 +49,7 @@ void DetailListWidget::addMaterial(const CloudMaterialModel &model, const QStrin
     item->setData(IdRole, QString::fromStdString(model.mid));
     item->setData(TypeRole, mediaTypeName(model.mediaType));
     item->setData(SizeRole, sizeText(model.size));
+    item->setData(PlaceholderRole, QPixmap(themeImagePath(placeholderImageName(model.mediaType) + QStringLiteral(".png"))));
     item->setSizeHint(DetailListItemDelegate::itemSize());
     item->setToolTip(QString::fromStdString(model.mediaName));
     addItem(item);
@@ -99,6 +100,12 @@ void DetailListWidget::setProgress(const QString &id, qint64 received, qint64 to
         widget->setProgress(received, total);
 }
 
+void DetailListWidget::setThumbnail(const QString &id, const QPixmap &thumbnail)
+{
+    if (QListWidgetItem *item = itemById(id))
+        item->setData(ThumbnailRole, thumbnail);
+}
+
 void DetailListWidget::startDrag(Qt::DropActions supportedActions)
 {
     Q_UNUSED(supportedActions) // the host only ever copies a material
@@ -114,9 +121,12 @@ void DetailListWidget::startDrag(Qt::DropActions supportedActions)
     mime->setText(materialString);
     mime->setUrls({QUrl::fromLocalFile(materialString)});
     drag->setMimeData(mime);
-    const QIcon icon = selected.first()->icon();
-    if (!icon.isNull())
-        drag->setPixmap(icon.pixmap(32, 32));
+    // The preview the user sees in the grid follows the pointer.
+    QPixmap preview = selected.first()->data(ThumbnailRole).value<QPixmap>();
+    if (preview.isNull())
+        preview = selected.first()->data(PlaceholderRole).value<QPixmap>();
+    if (!preview.isNull())
+        drag->setPixmap(preview.scaled(QSize(64, 64), Qt::KeepAspectRatio, Qt::SmoothTransformation));
     const StarDragCallback callback = d->callbackProvider ? d->callbackProvider() : StarDragCallback();
     if (callback)
         callback(materialString.toStdString(), drag);

@@ -25,6 +25,8 @@ public:
         StatusImageRole,             // the status image's name, empty when none
         TypeRole,                    // translated type name
         SizeRole,                    // size text
+        ThumbnailRole,               // the thumbnail (QPixmap), unset while there is none
+        PlaceholderRole,             // the type's stand-in picture (QPixmap)
     };
 
     using StarDragCallback = std::function<void(const std::string &, QDrag *)>;
@@ -43,6 +45,7 @@ public:
     void setDownloadStatus(const QString &id, int status);
     void setApprovalStatus(const QString &id, int approval);
     void setProgress(const QString &id, qint64 received, qint64 total);
+    void setThumbnail(const QString &id, const QPixmap &thumbnail);
 
 protected:
     void startDrag(Qt::DropActions supportedActions) override;

@@ -2,15 +2,18 @@
 
 #include "cloudmaterial/translatemanager.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QStyle>
 
 namespace talvor::cloudmaterial {
 
 class DetailTitleWidget::Private
 {
 public:
+    QWidget *background = nullptr;
     QLineEdit *edit = nullptr;
     QPushButton *search = nullptr;
     QPushButton *refresh = nullptr;
@@ -24,7 +27,7 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
     layout->setContentsMargins(9, 6, 9, 6);
     layout->setSpacing(8);
 
-    auto *background = new QWidget(this);
+    auto *background = d->background = new QWidget(this);
     background->setObjectName(QStringLiteral("sreachBackground"));
     background->setAttribute(Qt::WA_StyledBackground);
     auto *searchLayout = new QHBoxLayout(background);
@@ -34,10 +37,16 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
     d->edit->setObjectName(QStringLiteral("sreachEdit"));
     d->edit->setPlaceholderText(TranslateManager::text("SearchMaterial"));
     d->edit->setClearButtonEnabled(true);
+    d->edit->setAccessibleName(TranslateManager::text("SearchMaterial"));
+    d->edit->setToolTip(TranslateManager::text("SearchMaterial") + QStringLiteral(" (Ctrl+F)"));
+    // The frame around the field shows the keyboard focus; the field itself has none.
+    d->edit->installEventFilter(this);
     d->search = new QPushButton(background);
     d->search->setObjectName(QStringLiteral("searchBtn"));
     d->search->setToolTip(TranslateManager::text("SearchMaterial"));
     d->search->setText(QStringLiteral("\u2315"));
+    d->search->setAccessibleName(TranslateManager::text("SearchMaterial"));
+    d->search->setFocusPolicy(Qt::NoFocus); // the field filters as one types; Tab goes past
     searchLayout->addWidget(d->edit, 1);
     searchLayout->addWidget(d->search);
     layout->addWidget(background, 1);
@@ -45,6 +54,8 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
     d->refresh = new QPushButton(this);
     d->refresh->setObjectName(QStringLiteral("cloudRefreshButton"));
     d->refresh->setText(TranslateManager::text("Refresh"));
+    d->refresh->setAccessibleName(TranslateManager::text("Refresh"));
+    d->refresh->setToolTip(TranslateManager::text("Refresh") + QStringLiteral(" (F5)"));
     layout->addWidget(d->refresh);
 
     // Filtering follows each keystroke; the search button re-applies the text (e.g. after a refresh).
@@ -54,6 +65,17 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
 }
 
 DetailTitleWidget::~DetailTitleWidget() = default;
+
+bool DetailTitleWidget::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == d->edit && (event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut)) {
+        d->background->setProperty("focused", event->type() == QEvent::FocusIn);
+        // Property selectors of the style sheet are only re-evaluated on a re-polish.
+        d->background->style()->unpolish(d->background);
+        d->background->style()->polish(d->background);
+    }
+    return QWidget::eventFilter(watched, event);
+}
 
 QLineEdit *DetailTitleWidget::searchEdit() const
 {

@@ -21,6 +21,9 @@ public:
     QLineEdit *searchEdit() const;
     QPushButton *refreshButton() const;
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 Q_SIGNALS:
     void searchTextChanged(const QString &text);
     void refreshRequested();

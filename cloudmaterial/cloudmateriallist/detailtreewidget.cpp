@@ -5,10 +5,40 @@
 
 #include <QHeaderView>
 #include <QIcon>
+#include <QPainter>
+#include <QPainterPath>
 #include <QProgressBar>
 #include <QVBoxLayout>
 
 namespace talvor::cloudmaterial {
+
+namespace {
+
+// The picture cropped to fill the tree's icon size, drawn at the screen's density so it stays sharp.
+QIcon coverIcon(const QPixmap &picture, const QSize &size, qreal ratio)
+{
+    QPixmap icon(size * ratio);
+    icon.setDevicePixelRatio(ratio);
+    icon.fill(Qt::transparent);
+    QPainter painter(&icon);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    painter.setRenderHint(QPainter::Antialiasing);
+    QPainterPath clip;
+    clip.addRoundedRect(QRectF(QPointF(0, 0), QSizeF(size)), 2, 2);
+    painter.setClipPath(clip);
+    QSizeF shown = picture.size() / picture.devicePixelRatio();
+    shown.scale(QSizeF(size), Qt::KeepAspectRatioByExpanding);
+    painter.drawPixmap(QRectF(QPointF((size.width() - shown.width()) / 2, (size.height() - shown.height()) / 2), shown),
+                       picture, QRectF(picture.rect()));
+    painter.end();
+    // A picture keeps its colours in a selected row; the style would tint it otherwise.
+    QIcon result;
+    result.addPixmap(icon, QIcon::Normal);
+    result.addPixmap(icon, QIcon::Selected);
+    return result;
+}
+
+} // namespace
 
 class DetailTreeWidget::Private
 {
@@ -39,7 +69,7 @@ DetailTreeWidget::DetailTreeWidget(QWidget *parent)
     setRootIsDecorated(false);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setColumnWidth(NameColumn, 200);
-    setColumnWidth(ApprovalColumn, 130);
+    setColumnWidth(ApprovalColumn, 170); // the preview and "Pending approval" side by side
     setColumnWidth(StatusColumn, 60);
     setColumnWidth(DownloadColumn, 110);
 }
@@ -56,6 +86,9 @@ void DetailTreeWidget::addMaterial(const CloudMaterialModel &model, const QStrin
     item->setText(SizeColumn, sizeText(model.size));
     item->setText(IdColumn, QString::fromStdString(model.mid));
     item->setText(PathColumn, materialString);
+    item->setIcon(ApprovalColumn, coverIcon(QPixmap(themeImagePath(placeholderImageName(model.mediaType)
+                                                                   + QStringLiteral(".png"))),
+                                            iconSize(), devicePixelRatioF()));
     addTopLevelItem(item);
     const QString id = QString::fromStdString(model.mid);
     setApprovalStatus(id, model.approvalStatus);
@@ -121,6 +154,15 @@ void DetailTreeWidget::setProgress(const QString &id, qint64 received, qint64 to
     } else {
         bar->setRange(0, 0); // the size is unknown: a busy indicator
     }
+}
+
+void DetailTreeWidget::setThumbnail(const QString &id, const QPixmap &thumbnail)
+{
+    QTreeWidgetItem *item = itemById(id);
+    if (!item || thumbnail.isNull())
+        return;
+    item->setIcon(ApprovalColumn, coverIcon(thumbnail, iconSize(), devicePixelRatioF()));
+    item->setData(ApprovalColumn, HasThumbnailRole, true);
 }
 
 int DetailTreeWidget::progress(const QString &id) const

@@ -16,7 +16,7 @@ class DetailTreeWidget : public QTreeWidget
 public:
     enum Column {
         NameColumn = 0,
-        ApprovalColumn = 1,  // under the "Thumbnail" header, beside the name's preview
+        ApprovalColumn = 1,  // under the "Thumbnail" header: the preview, then the approval remark
         StatusColumn = 2,
         DownloadColumn = 3,  // the progress of a running download
         TypeColumn = 4,
@@ -27,6 +27,8 @@ public:
         ColumnCount = 9,
     };
     static constexpr int StatusImageRole = Qt::UserRole + 2;
+    /** On the thumbnail column: true once the material's own thumbnail replaced the stand-in. */
+    static constexpr int HasThumbnailRole = Qt::UserRole + 3;
 
     explicit DetailTreeWidget(QWidget *parent = nullptr);
     ~DetailTreeWidget() override;
@@ -38,6 +40,7 @@ public:
     void setDownloadStatus(const QString &id, int status);
     void setApprovalStatus(const QString &id, int approval);
     void setProgress(const QString &id, qint64 received, qint64 total);
+    void setThumbnail(const QString &id, const QPixmap &thumbnail);
     /** Percent shown in the download column, or -1 while no download is running. */
     int progress(const QString &id) const;
 

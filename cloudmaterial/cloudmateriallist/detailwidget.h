@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+class QLabel;
+
 namespace talvor::cloudmaterial {
 
 class CloudMaterialController;
@@ -19,6 +21,8 @@ class DetailTreeWidget;
 /**
  * The material panel that the host embeds: search and refresh on top, the materials as an
  * icon grid or a table, and the bottom bar. It follows the material controller's signals.
+ * Keys: Ctrl+F searches, F5 refreshes, and in a view Enter downloads and Delete removes the
+ * downloaded copies of the selection.
  */
 class DetailWidget : public QWidget
 {
@@ -33,8 +37,10 @@ public:
     DetailListWidget *listView() const;
     DetailTreeWidget *treeView() const;
     DetailBottomWidget *bottomWidget() const;
-    /** Shown instead of the views while there are no materials to show. */
+    /** Shown instead of the views while there are no materials to show (or no session). */
     QWidget *emptyLabel() const;
+    /** The line above the views that says the cloud cannot be reached. */
+    QLabel *banner() const;
 
     /** Ids of the materials selected in the view shown. */
     std::vector<std::string> selectedIds() const;
@@ -44,6 +50,15 @@ public:
     void onMaterialDownloadStatusChanged(const std::string &id, DownloadStatus status);
     void onMaterialApprovalStatusChanged(const std::string &id, ApprovalStatus status);
     void onMaterialDownloadProgress(const std::string &id, qint64 received, qint64 total);
+    void onMaterialThumbnailReady(const std::string &id, const std::string &path);
+    void setCatalogueState(CatalogueState state);
+    CatalogueState catalogueState() const;
+
+    /**
+     * Asks whether to delete the downloaded copies of the selected materials, and does so
+     * on "yes". The question is window-modal and does not block.
+     */
+    void removeSelectedLocalCopies();
 
     /** Shows only the materials whose name contains the text (case-insensitive). */
     void setFilter(const QString &text);

@@ -73,6 +73,20 @@ QString mediaTypeName(int mediaType)
     }
 }
 
+QString placeholderImageName(int mediaType)
+{
+    switch (mediaType) {
+    case 0:
+        return QStringLiteral("thumbnail_picture");
+    case 1:
+        return QStringLiteral("thumbnail_video");
+    case 2:
+        return QStringLiteral("thumbnail_audio");
+    default:
+        return QStringLiteral("thumbnail_document");
+    }
+}
+
 QString sizeText(std::int64_t bytes)
 {
     constexpr std::int64_t kb = std::int64_t(1) << 10;

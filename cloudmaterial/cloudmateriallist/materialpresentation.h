@@ -16,6 +16,8 @@ QString approvalText(int approval);
 QColor approvalColor(int approval);
 /** Translated type name of a cloud media type code; empty for codes the panel does not know. */
 QString mediaTypeName(int mediaType);
+/** Name (without ".png") of the theme image that stands in for a material without a thumbnail. */
+QString placeholderImageName(int mediaType);
 /** A byte count in the largest unit it exceeds, two decimals ("1.50 MB"). */
 QString sizeText(std::int64_t bytes);
 

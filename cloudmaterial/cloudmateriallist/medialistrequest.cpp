@@ -22,7 +22,7 @@ MediaListResult requestMediaList(HttpClientWrapper &http, const std::string &tok
 
     MediaListReply parsed;
     ajson::load_from_buff_nothrow(parsed, reply.body.c_str(), reply.body.size());
-    return {parsed.data.count, std::move(parsed.data.mediaList)};
+    return {parsed.data.count, std::move(parsed.data.mediaList), reply.ok};
 }
 
 } // namespace talvor::cloudmaterial

@@ -243,5 +243,29 @@
         <source>NoMatchingMaterials</source>
         <translation>没有与搜索匹配的素材。</translation>
     </message>
+    <message>
+        <source>AddInCloudConsole</source>
+        <translation>素材请在云平台网页控制台上传</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopies</source>
+        <translation>删除所选素材的本地下载副本 (Del)</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopiesConfirm</source>
+        <translation>删除 %1 个素材的本地副本？云端素材不受影响，可再次下载。</translation>
+    </message>
+    <message>
+        <source>NotLoggedIn</source>
+        <translation>尚未登录。登录云平台后即可查看素材。</translation>
+    </message>
+    <message>
+        <source>CloudUnreachable</source>
+        <translation>无法连接云平台。当前显示已知素材，下次刷新时将重试。</translation>
+    </message>
+    <message>
+        <source>NoMaterialsOffline</source>
+        <translation>无法连接云平台，下次刷新时将重新获取素材列表。</translation>
+    </message>
 </context>
 </TS>

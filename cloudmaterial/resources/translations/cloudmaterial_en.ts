@@ -243,5 +243,29 @@
         <source>NoMatchingMaterials</source>
         <translation>No material matches the search.</translation>
     </message>
+    <message>
+        <source>AddInCloudConsole</source>
+        <translation>Materials are uploaded in the cloud's web console</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopies</source>
+        <translation>Delete the downloaded copies of the selected materials (Del)</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopiesConfirm</source>
+        <translation>Delete the downloaded copies of %1 material(s)? They stay in the cloud and can be downloaded again.</translation>
+    </message>
+    <message>
+        <source>NotLoggedIn</source>
+        <translation>You are not logged in. Log in to the cloud to see your materials.</translation>
+    </message>
+    <message>
+        <source>CloudUnreachable</source>
+        <translation>The cloud cannot be reached. Showing the materials known so far; the next refresh tries again.</translation>
+    </message>
+    <message>
+        <source>NoMaterialsOffline</source>
+        <translation>The cloud cannot be reached. The list comes back with the next refresh.</translation>
+    </message>
 </context>
 </TS>

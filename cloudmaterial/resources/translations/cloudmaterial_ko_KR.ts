@@ -243,5 +243,29 @@
         <source>NoMatchingMaterials</source>
         <translation>검색과 일치하는 소재가 없습니다.</translation>
     </message>
+    <message>
+        <source>AddInCloudConsole</source>
+        <translation>소재는 클라우드 웹 콘솔에서 업로드합니다</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopies</source>
+        <translation>선택한 소재의 다운로드된 사본 삭제 (Del)</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopiesConfirm</source>
+        <translation>소재 %1개의 다운로드된 사본을 삭제할까요? 클라우드의 소재는 남아 있으며 다시 다운로드할 수 있습니다.</translation>
+    </message>
+    <message>
+        <source>NotLoggedIn</source>
+        <translation>로그인되어 있지 않습니다. 클라우드에 로그인하면 소재를 볼 수 있습니다.</translation>
+    </message>
+    <message>
+        <source>CloudUnreachable</source>
+        <translation>클라우드에 연결할 수 없습니다. 지금까지 알려진 소재를 표시하며, 다음 새로 고침 때 다시 시도합니다.</translation>
+    </message>
+    <message>
+        <source>NoMaterialsOffline</source>
+        <translation>클라우드에 연결할 수 없습니다. 다음 새로 고침 때 목록을 다시 가져옵니다.</translation>
+    </message>
 </context>
 </TS>

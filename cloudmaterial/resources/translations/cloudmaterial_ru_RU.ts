@@ -243,5 +243,29 @@
         <source>NoMatchingMaterials</source>
         <translation>Нет материалов, подходящих под поиск.</translation>
     </message>
+    <message>
+        <source>AddInCloudConsole</source>
+        <translation>Материалы загружаются в веб-консоли облака</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopies</source>
+        <translation>Удалить загруженные копии выбранных материалов (Del)</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopiesConfirm</source>
+        <translation>Удалить загруженные копии материалов (%1)? В облаке они останутся, их можно загрузить снова.</translation>
+    </message>
+    <message>
+        <source>NotLoggedIn</source>
+        <translation>Вход не выполнен. Войдите в облако, чтобы увидеть материалы.</translation>
+    </message>
+    <message>
+        <source>CloudUnreachable</source>
+        <translation>Облако недоступно. Показаны известные материалы; следующее обновление попробует снова.</translation>
+    </message>
+    <message>
+        <source>NoMaterialsOffline</source>
+        <translation>Облако недоступно. Список вернётся при следующем обновлении.</translation>
+    </message>
 </context>
 </TS>

@@ -243,5 +243,29 @@
         <source>NoMatchingMaterials</source>
         <translation>沒有符合搜尋的素材。</translation>
     </message>
+    <message>
+        <source>AddInCloudConsole</source>
+        <translation>素材請在雲端平台網頁控制台上傳</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopies</source>
+        <translation>刪除所選素材的本機下載副本 (Del)</translation>
+    </message>
+    <message>
+        <source>DeleteLocalCopiesConfirm</source>
+        <translation>刪除 %1 個素材的本機副本？雲端素材不受影響，可再次下載。</translation>
+    </message>
+    <message>
+        <source>NotLoggedIn</source>
+        <translation>尚未登入。登入雲端平台後即可查看素材。</translation>
+    </message>
+    <message>
+        <source>CloudUnreachable</source>
+        <translation>無法連線雲端平台。目前顯示已知素材，下次重新整理時將重試。</translation>
+    </message>
+    <message>
+        <source>NoMaterialsOffline</source>
+        <translation>無法連線雲端平台，下次重新整理時將重新取得素材清單。</translation>
+    </message>
 </context>
 </TS>

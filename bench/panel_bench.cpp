@@ -1,0 +1,194 @@
+// Time from the first of 50 materials announced to the panel to the last of them painted, in
+// the icon grid and in the table: what a user waits for after a first refresh.
+//
+//     xvfb-run -a -s "-screen 0 1600x2000x24" panel_bench [--runs N]
+//
+// The materials come as the controller sends them: one addMaterials signal per material, from
+// a worker thread, queued to the panel. Counting delegates record which rows the view painted;
+// a run ends when all 50 have been painted at least once. The window is large enough to show
+// every row, so nothing waits for scrolling.
+
+#include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/cloudmateriallist/detailbottomwidget.h"
+#include "cloudmaterial/cloudmateriallist/detaillistitemdelegate.h"
+#include "cloudmaterial/cloudmateriallist/detaillistwidget.h"
+#include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
+#include "cloudmaterial/cloudmateriallist/detailwidget.h"
+#include "cloudmaterial/translatemanager.h"
+
+#include <hvtheme/theme.h>
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSettings>
+#include <QStyledItemDelegate>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <set>
+#include <thread>
+#include <vector>
+
+using namespace talvor::cloudmaterial;
+
+namespace {
+
+constexpr int materialCount = 50;
+
+// Which materials a view has painted, by name.
+struct PaintLog
+{
+    std::set<QString> painted;
+    qint64 lastNewPaintNs = 0;
+    QElapsedTimer *clock = nullptr;
+
+    void record(const QModelIndex &index)
+    {
+        if (index.column() != 0)
+            return;
+        if (painted.insert(index.data(Qt::DisplayRole).toString()).second && clock)
+            lastNewPaintNs = clock->nsecsElapsed();
+    }
+};
+
+class CountingGridDelegate : public DetailListItemDelegate
+{
+public:
+    CountingGridDelegate(PaintLog &log, QObject *parent)
+        : DetailListItemDelegate(parent)
+        , log(log)
+    {
+    }
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        DetailListItemDelegate::paint(painter, option, index);
+        log.record(index);
+    }
+    PaintLog &log;
+};
+
+class CountingTableDelegate : public QStyledItemDelegate
+{
+public:
+    CountingTableDelegate(PaintLog &log, QObject *parent)
+        : QStyledItemDelegate(parent)
+        , log(log)
+    {
+    }
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        QStyledItemDelegate::paint(painter, option, index);
+        log.record(index);
+    }
+    PaintLog &log;
+};
+
+std::vector<CloudMaterialModel> materials()
+{
+    std::vector<CloudMaterialModel> rows;
+    for (int i = 0; i < materialCount; ++i) {
+        CloudMaterialModel m;
+        m.mid = "m" + std::to_string(i);
+        m.mediaName = "material-" + std::to_string(i) + (i % 2 ? ".mp4" : ".jpg");
+        m.mediaType = i % 4;
+        m.approvalStatus = Approved;
+        m.downloadStatus = Allowed;
+        m.size = 1000000 + i * 4096;
+        m.resolution = "1920x1080";
+        rows.push_back(m);
+    }
+    return rows;
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+// One run: announce every material from a worker thread, wait until all are painted.
+double run(CloudMaterialController &controller, DetailWidget &panel, PaintLog &log,
+           const std::vector<CloudMaterialModel> &rows)
+{
+    QElapsedTimer clock;
+    log.painted.clear();
+    log.clock = &clock;
+    clock.start();
+    std::thread sender([&controller, &rows] {
+        for (const CloudMaterialModel &row : rows)
+            Q_EMIT controller.addMaterials({row});
+    });
+    while (log.painted.size() < rows.size() && clock.elapsed() < 30000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    sender.join();
+    const double ms = log.painted.size() == rows.size() ? log.lastNewPaintNs / 1e6 : -1;
+    log.clock = nullptr;
+
+    std::vector<std::string> ids;
+    for (const CloudMaterialModel &row : rows)
+        ids.push_back(row.mid);
+    panel.deleteMaterials(ids);
+    QCoreApplication::processEvents();
+    return ms;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption runsOption(QStringLiteral("runs"), QStringLiteral("Runs per view (default 20)."),
+                                        QStringLiteral("N"), QStringLiteral("20"));
+    parser.addOption(runsOption);
+    parser.process(app);
+    const int runs = std::max(1, parser.value(runsOption).toInt());
+
+    TranslateManager::instance().setLanguage("en");
+    auto controller = std::make_shared<CloudMaterialController>(nullptr);
+    controller->setToken("bench");
+    controller->setCloudMaterialFolderPath(QDir::tempPath().toStdString());
+    std::unique_ptr<QWidget> owner(controller->listWidget());
+    auto *panel = qobject_cast<DetailWidget *>(owner.get());
+    QSettings theme(QStringLiteral(":/cloudmaterialtheme/cloudmaterial.theme"), QSettings::IniFormat);
+    HV::Theme::readSettings(theme);
+    panel->setStyleSheet(HV::readStyleSheet(QStringLiteral(":/cloudmaterialtheme/stylesheet"),
+                                            QStringLiteral("cloudmateriallistwidget.qss")));
+    PaintLog gridLog;
+    PaintLog tableLog;
+    panel->listView()->setItemDelegate(new CountingGridDelegate(gridLog, panel->listView()));
+    panel->treeView()->setItemDelegate(new CountingTableDelegate(tableLog, panel->treeView()));
+    // Every row on screen: 10 tiles a line in the grid, 50 lines of 34 px in the table.
+    panel->resize(1400, 1900);
+    panel->show();
+    QCoreApplication::processEvents();
+
+    const std::vector<CloudMaterialModel> rows = materials();
+    std::printf("panel_bench: %d materials, %d runs per view, median / min / max in ms\n", materialCount, runs);
+    for (bool tree : {false, true}) {
+        panel->bottomWidget()->setTreeMode(tree);
+        QCoreApplication::processEvents();
+        PaintLog &log = tree ? tableLog : gridLog;
+        run(*controller, *panel, log, rows); // warm-up: first use of fonts, images and styles
+        std::vector<double> times;
+        for (int i = 0; i < runs; ++i) {
+            const double ms = run(*controller, *panel, log, rows);
+            if (ms < 0) {
+                std::fprintf(stderr, "panel_bench: not every row was painted; is the screen large enough?\n");
+                return 1;
+            }
+            times.push_back(ms);
+        }
+        std::printf("%-6s first addMaterials -> last row painted: %7.2f / %7.2f / %7.2f\n", tree ? "table" : "grid",
+                    median(times), *std::min_element(times.begin(), times.end()),
+                    *std::max_element(times.begin(), times.end()));
+    }
+    owner.reset();
+    return 0;
+}
