@@ -7,6 +7,10 @@
 // a worker thread, queued to the panel. Counting delegates record which rows the view painted;
 // a run ends when all 50 have been painted at least once. The window is large enough to show
 // every row, so nothing waits for scrolling.
+//
+// Then the memory of a host with the panel open: this process's peak resident size with the 50
+// materials shown, and again once a web view has loaded the slider page (the login dialog's
+// web engine), adding the resident size of the engine's helper processes.
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/cloudmateriallist/detailbottomwidget.h"
@@ -22,6 +26,11 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QTimer>
+#include <QUrl>
+#include <QWebEngineView>
 #include <QSettings>
 #include <QStyledItemDelegate>
 
@@ -137,6 +146,41 @@ double run(CloudMaterialController &controller, DetailWidget &panel, PaintLog &l
     return ms;
 }
 
+// A /proc status field in KiB ("VmHWM", "VmRSS") of a process; -1 if unreadable.
+long statusKiB(const QString &pid, const char *field)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray prefix = QByteArray(field) + ':';
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith(prefix))
+            return line.mid(prefix.size()).trimmed().split(' ').value(0).toLong();
+    }
+    return -1;
+}
+
+// Resident KiB of every process whose parent is this one (the web engine's helpers, and theirs).
+long childrenRssKiB()
+{
+    long total = 0;
+    std::vector<QString> parents{QString::number(QCoreApplication::applicationPid())};
+    while (!parents.empty()) {
+        const QString parent = parents.back();
+        parents.pop_back();
+        QFile children(QStringLiteral("/proc/%1/task/%1/children").arg(parent));
+        if (!children.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray &pid : children.readAll().split(' ')) {
+            if (pid.trimmed().isEmpty())
+                continue;
+            total += std::max(0L, statusKiB(QString::fromLatin1(pid.trimmed()), "VmRSS"));
+            parents.push_back(QString::fromLatin1(pid.trimmed()));
+        }
+    }
+    return total;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -189,6 +233,27 @@ int main(int argc, char **argv)
                     median(times), *std::min_element(times.begin(), times.end()),
                     *std::max_element(times.begin(), times.end()));
     }
+    const QString self = QStringLiteral("self");
+    std::printf("memory with the panel open (50 materials): peak %.1f MiB, web engine not started\n",
+                statusKiB(self, "VmHWM") / 1024.0);
+
+    // The login dialog's slider page in a web view, as the host shows it before a login.
+    QWebEngineView view;
+    QEventLoop loaded;
+    QObject::connect(&view, &QWebEngineView::loadFinished, &loaded, &QEventLoop::quit);
+    QTimer::singleShot(30000, &loaded, &QEventLoop::quit);
+    view.resize(360, 80);
+    view.load(QUrl::fromLocalFile(QCoreApplication::applicationDirPath() + QStringLiteral("/cloud/html/nc.html")));
+    view.show();
+    loaded.exec();
+    QElapsedTimer settle;
+    settle.start();
+    while (settle.elapsed() < 1000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    const long helpers = childrenRssKiB();
+    std::printf("memory with the panel open and the web engine started: peak %.1f MiB here + %.1f MiB resident "
+                "in its helper processes\n",
+                statusKiB(self, "VmHWM") / 1024.0, helpers / 1024.0);
     owner.reset();
     return 0;
 }

@@ -8,6 +8,7 @@
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/login/nodesjson.h"
+#include "cloudmaterial/multimachine/multimachineproxyhandler.h"
 #include "cloudmaterial/protocol/crypto.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
@@ -54,6 +55,7 @@ public:
     IRXRuntime *runtime = nullptr;
     MultimachineProxyClient *proxyClient = nullptr;
     MultimachineProxyServer *proxyServer = nullptr;
+    std::unique_ptr<MultimachineProxyHandler> proxyHandler;
 
     QString styleSheet; // the module's part of the application style sheet
     std::string currentLanguage = "cn";
@@ -178,6 +180,7 @@ void MainController::setRXRuntime(IRXRuntime *runtime, MultimachineProxyClient *
     d->runtime = runtime;
     d->proxyClient = client;
     d->proxyServer = server;
+    d->proxyHandler = std::make_unique<MultimachineProxyHandler>(client, server, this, d->materials);
 }
 
 void MainController::setAppConfigPath(const std::string &path)

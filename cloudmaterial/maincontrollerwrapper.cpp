@@ -1,6 +1,8 @@
 #include "cloudmaterial/maincontrollerwrapper.h"
 
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/multimachine/multimachineproxyclient.h"
+#include "cloudmaterial/multimachine/multimachineproxyserver.h"
 
 #include <irxruntime/irxruntime.h>
 
@@ -38,9 +40,14 @@ MainControllerWrapper::MainControllerWrapper()
     : d(std::make_unique<Private>(this))
 {
     connect(d->controller, &MainController::loginSuccess, this, [this](std::string userName) {
-        // On a proxy client the group's proxy server holds the binding and starts messaging.
-        if (!d->isClient() && d->isSingle())
+        // On a proxy client the group's proxy server holds the binding and starts messaging;
+        // a proxy server starts it when a client asks.
+        if (d->isClient()) {
+            if (d->proxyClient)
+                d->proxyClient->sendStartMqtt();
+        } else if (d->isSingle()) {
             d->controller->startMqtt();
+        }
         Q_EMIT loginSuccess(std::move(userName));
     });
     connect(d->controller, &MainController::exitLoginSuccess, this, &MainControllerWrapper::exitLoginSuccess);
@@ -52,6 +59,14 @@ MainControllerWrapper::~MainControllerWrapper() = default;
 void MainControllerWrapper::setRXRuntime(IRXRuntime *runtime)
 {
     d->runtime = runtime;
+    // The proxies stay for the life of the process: the host's channel may still hold
+    // their handlers, and the runtime may be gone by the time statics are destroyed.
+    d->proxyClient = nullptr;
+    d->proxyServer = nullptr;
+    if (runtime && runtime->isProxyClient())
+        d->proxyClient = new MultimachineProxyClient(runtime);
+    else if (runtime && runtime->isProxyServer())
+        d->proxyServer = new MultimachineProxyServer(runtime);
     d->controller->setRXRuntime(runtime, d->proxyClient, d->proxyServer);
 }
 
@@ -64,24 +79,32 @@ void MainControllerWrapper::setAppVersion(const std::string &version)
 {
     if (d->serverOrSingle())
         d->controller->setAppVersion(version);
+    if (d->isServer() && d->proxyServer)
+        d->proxyServer->sendSetAppVersion(version);
 }
 
 void MainControllerWrapper::setDeviceName(const std::string &name)
 {
     if (d->serverOrSingle())
         d->controller->setDeviceName(name);
+    if (d->isServer() && d->proxyServer)
+        d->proxyServer->sendSetDeviceName(name);
 }
 
 void MainControllerWrapper::setSerialNumber(const std::string &serialNumber)
 {
     if (d->serverOrSingle())
         d->controller->setSerialNumber(serialNumber);
+    if (d->isServer() && d->proxyServer)
+        d->proxyServer->sendSetSerialNumber(serialNumber);
 }
 
 void MainControllerWrapper::setCurrentLanguage(std::string_view code)
 {
     // Every machine shows its own dialogs, so the language always applies locally.
     d->controller->setCurrentLanguage(code);
+    if (d->isServer() && d->proxyServer)
+        d->proxyServer->sendSetCurrentLanguage(std::string(code));
 }
 
 void MainControllerWrapper::setCloudMaterialFolderPath(const std::string &path)

@@ -1,0 +1,108 @@
+#include "cloudmaterial/multimachine/multimachineproxyhandler.h"
+
+#include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/multimachine/multimachineproxyclient.h"
+#include "cloudmaterial/multimachine/multimachineproxyserver.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+
+namespace talvor::cloudmaterial {
+
+class MultimachineProxyHandler::Private
+{
+public:
+    using Key = std::pair<std::string, std::string>; // material id, file name
+
+    std::shared_ptr<CloudMaterialController> materials;
+    // Requests from clients whose local answer is still to come, so that answers to this
+    // machine's own checks are not sent to the group. Touched on this object's thread only.
+    std::multimap<Key, std::string> pendingDownloads; // -> download address
+    std::multiset<Key> pendingQueries;
+};
+
+MultimachineProxyHandler::MultimachineProxyHandler(MultimachineProxyClient *client, MultimachineProxyServer *server,
+                                                   MainController *controller,
+                                                   std::shared_ptr<CloudMaterialController> materials)
+    : d(std::make_unique<Private>())
+{
+    d->materials = std::move(materials);
+    d->materials->setServedByProxy(client != nullptr);
+    if (server)
+        serve(server, controller);
+    if (client)
+        forward(client, controller);
+}
+
+MultimachineProxyHandler::~MultimachineProxyHandler() = default;
+
+void MultimachineProxyHandler::serve(MultimachineProxyServer *server, MainController *controller)
+{
+    CloudMaterialController *materials = d->materials.get();
+    connect(server, &MultimachineProxyServer::sigStartMqtt, this, [controller] { controller->startMqtt(); });
+
+    // The very paths a local request takes: ".temp" file, size check, refusal of unsafe names.
+    connect(server, &MultimachineProxyServer::sigDownloadFile, this,
+            [this, materials](const std::string &address, const std::string &id, const std::string &name) {
+                d->pendingDownloads.emplace(Private::Key(id, name), address);
+                Q_EMIT materials->sigDownloadFile(address, id, name);
+            });
+    connect(materials, &CloudMaterialController::sigDownloadFileStatusChanged, this,
+            [this, server](const std::string &id, const std::string &name, bool downloaded) {
+                const auto it = d->pendingDownloads.find(Private::Key(id, name));
+                if (it == d->pendingDownloads.end())
+                    return;
+                const std::string address = it->second;
+                d->pendingDownloads.erase(it);
+                server->sendDownloadFileRes(address, id, name, downloaded);
+            });
+
+    connect(server, &MultimachineProxyServer::sigQueryFileIsExist, this,
+            [this, materials](const std::string &id, const std::string &name) {
+                d->pendingQueries.insert(Private::Key(id, name));
+                Q_EMIT materials->sigCloudFileIsExist(id, name);
+            });
+    connect(materials, &CloudMaterialController::sigFileExistStatusChanged, this,
+            [this, server](const std::string &id, const std::string &name, bool exists) {
+                const auto it = d->pendingQueries.find(Private::Key(id, name));
+                if (it == d->pendingQueries.end())
+                    return;
+                d->pendingQueries.erase(it);
+                server->sendQueryFileIsExistRes(id, name, exists);
+            });
+}
+
+void MultimachineProxyHandler::forward(MultimachineProxyClient *client, MainController *controller)
+{
+    CloudMaterialController *materials = d->materials.get();
+    connect(materials, &CloudMaterialController::sigDownloadFile, this,
+            [client](const std::string &address, const std::string &id, const std::string &name) {
+                client->sendDownloadFile(address, id, name);
+            });
+    connect(materials, &CloudMaterialController::sigCloudFileIsExist, this,
+            [client](const std::string &id, const std::string &name) { client->sendQueryFileIsExist(id, name); });
+    connect(client, &MultimachineProxyClient::sigDownloadFileRes, this,
+            [materials](const std::string &id, const std::string &name, bool downloaded) {
+                Q_EMIT materials->sigDownloadFileStatusChanged(id, name, downloaded);
+            });
+    connect(client, &MultimachineProxyClient::sigQueryFileIsExistRes, this,
+            [materials](const std::string &id, const std::string &name, bool exists) {
+                Q_EMIT materials->sigFileExistStatusChanged(id, name, exists);
+            });
+
+    connect(client, &MultimachineProxyClient::sigSetSerialNumber, this,
+            [controller](const std::string &value) { controller->setSerialNumber(value); });
+    connect(client, &MultimachineProxyClient::sigSetCurrentLanguage, this,
+            [controller](const std::string &value) { controller->setCurrentLanguage(value); });
+    connect(client, &MultimachineProxyClient::sigSetDeviceName, this,
+            [controller](const std::string &value) { controller->setDeviceName(value); });
+    connect(client, &MultimachineProxyClient::sigSetAppVersion, this,
+            [controller](const std::string &value) { controller->setAppVersion(value); });
+    connect(client, &MultimachineProxyClient::sigSetAppConfigPath, this,
+            [controller](const std::string &value) { controller->setAppConfigPath(value); });
+}
+
+} // namespace talvor::cloudmaterial
