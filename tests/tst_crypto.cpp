@@ -243,7 +243,6 @@ private Q_SLOTS:
 
     void generateAesKey_data();
     void generateAesKey();
-    void generateIv();
 
     void knownAnswer_data();
     void knownAnswer();
@@ -262,12 +261,10 @@ private Q_SLOTS:
 
     void rsaRoundTrip_data();
     void rsaRoundTrip();
-    void rsaPaddingIsRandom();
     void rsaPlaintextLimit_data();
     void rsaPlaintextLimit();
     void rsaUnusableKey_data();
     void rsaUnusableKey();
-    void rsaNullKey();
 
 private:
     PkeyPtr m_rsa2048;
@@ -323,15 +320,11 @@ void TestCrypto::generateAesKey()
     QCOMPARE(int(second.size()), bytes);
     QVERIFY(first != second);
     QVERIFY(first != std::string(first.size(), '\0'));
-}
 
-void TestCrypto::generateIv()
-{
-    const std::string first = talvor::cloudmaterial::generateIv();
-    const std::string second = talvor::cloudmaterial::generateIv();
-    QCOMPARE(int(first.size()), 16);
-    QCOMPARE(int(second.size()), 16);
-    QVERIFY(first != second);
+    // The iv comes from the same source, one block long.
+    const std::string iv = talvor::cloudmaterial::generateIv();
+    QCOMPARE(int(iv.size()), 16);
+    QVERIFY(iv != talvor::cloudmaterial::generateIv());
 }
 
 // --- AES ---------------------------------------------------------------------------------------
@@ -699,17 +692,8 @@ void TestCrypto::rsaRoundTrip()
     QCOMPARE(int(cipher.size()), keyBits / 8);
     QCOMPARE(QByteArray::fromStdString(base64Encode(cipher)), QByteArray::fromStdString(text)); // canonical Base64, padding included
     QCOMPARE(QByteArray::fromStdString(privateDecrypt(key, cipher)), plain);
-}
-
-void TestCrypto::rsaPaddingIsRandom()
-{
-    const std::string plain = "same text twice";
-    const std::string first = rsaPublicEncrypt(plain, m_pem2048.c_str());
-    const std::string second = rsaPublicEncrypt(plain, m_pem2048.c_str());
-    QVERIFY(!first.empty() && !second.empty());
-    QVERIFY(first != second);
-    QCOMPARE(QByteArray::fromStdString(privateDecrypt(m_rsa2048.get(), base64Decode(first))), QByteArray::fromStdString(plain));
-    QCOMPARE(QByteArray::fromStdString(privateDecrypt(m_rsa2048.get(), base64Decode(second))), QByteArray::fromStdString(plain));
+    // The padding is random: the same text never gives the same ciphertext twice.
+    QVERIFY(rsaPublicEncrypt(plain.toStdString(), pem.c_str()) != text);
 }
 
 void TestCrypto::rsaPlaintextLimit_data()
@@ -758,7 +742,8 @@ void TestCrypto::rsaUnusableKey_data()
     QByteArray corrupted = good;
     corrupted.replace(bodyStart, 8, "AAAAAAAA"); // breaks the outer DER sequence
 
-    QTest::newRow("empty") << QByteArray() << QByteArray();
+    QTest::newRow("no key at all") << QByteArray() << QByteArray();
+    QTest::newRow("empty") << QByteArray("") << QByteArray();
     QTest::newRow("not PEM") << QByteArray("this is not a key") << QByteArray();
     QTest::newRow("markers only") << QByteArray("-----BEGIN PUBLIC KEY-----\n-----END PUBLIC KEY-----\n")
                                   << QByteArray();
@@ -779,15 +764,7 @@ void TestCrypto::rsaUnusableKey()
 
     QVERIFY(pem.startsWith(header));
     std::string text = "<threw>";
-    QCOMPARE(outcomeOf([&] { text = rsaPublicEncrypt("secret", pem.constData()); }),
-             QStringLiteral("nothing thrown"));
-    QVERIFY2(text.empty(), text.c_str());
-}
-
-void TestCrypto::rsaNullKey()
-{
-    std::string text = "<threw>";
-    QCOMPARE(outcomeOf([&] { text = rsaPublicEncrypt("secret", nullptr); }),
+    QCOMPARE(outcomeOf([&] { text = rsaPublicEncrypt("secret", pem.isNull() ? nullptr : pem.constData()); }),
              QStringLiteral("nothing thrown"));
     QVERIFY2(text.empty(), text.c_str());
 }

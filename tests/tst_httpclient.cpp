@@ -6,6 +6,7 @@
 #include "cloudmaterial/workerpool.h"
 #include "support/cloudsimfixture.h"
 #include "support/logcapture.h"
+#include "support/modulelog.h"
 
 #include <QtTest>
 
@@ -13,7 +14,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRegularExpression>
 #include <QTcpServer>
 #include <QTcpSocket>
 
@@ -26,34 +26,15 @@ using namespace talvor::cloudmaterial;
 
 namespace {
 
-// Every line of the client ends with this suffix; only the line number is left open.
-QString suffixPattern(const char *function)
-{
-    return QStringLiteral(" \n //httpclientwrapper:%1\\(\\)#\\d+\\.").arg(QLatin1String(function));
-}
-
 bool lineIs(const LogCapture::Line &line, const std::string &text, const char *function)
 {
-    const QRegularExpression re(QRegularExpression::anchoredPattern(
-        QRegularExpression::escape(QString::fromStdString(text)) + suffixPattern(function)));
-    return re.match(QString::fromStdString(line.text)).hasMatch();
+    return ModuleLog::is(line, text, qPrintable(QStringLiteral("httpclientwrapper:") + QLatin1String(function)));
 }
 
 int countLines(const LogCapture &log, spdlog::level::level_enum level, const std::string &text,
                const char *function)
 {
-    int count = 0;
-    for (const auto &line : log.lines()) {
-        if (line.level == level && lineIs(line, text, function))
-            ++count;
-    }
-    return count;
-}
-
-// The "post ..." lines in the order they were written.
-std::vector<LogCapture::Line> postLines(const LogCapture &log)
-{
-    return log.linesStartingWith("post ");
+    return ModuleLog::count(log, level, text, qPrintable(QStringLiteral("httpclientwrapper:") + QLatin1String(function)));
 }
 
 QJsonObject json(const std::string &body)
@@ -90,17 +71,13 @@ private Q_SLOTS:
     void cleanup();
 
     void getSendsHeaders();
-    void getNon200_data();
-    void getNon200();
+    void getLogging_data();
+    void getLogging();
     void errorWord_data();
     void errorWord();
-    void getLogReply_data();
-    void getLogReply();
     void postReplacesContentTypeAndAccept();
     void postLogging_data();
     void postLogging();
-    void postNon200_data();
-    void postNon200();
     void noHttpStatus_data();
     void noHttpStatus();
     void callsFromWorkerThread();
@@ -167,34 +144,45 @@ void TestHttpClient::getSendsHeaders()
              QStringLiteral("second"));
 }
 
-void TestHttpClient::getNon200_data()
+void TestHttpClient::getLogging_data()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("body");
+    QTest::addColumn<bool>("log");
 
-    QTest::newRow("404 with a text body") << 404 << QStringLiteral("no such page here");
-    QTest::newRow("500 with a JSON body") << 500 << QStringLiteral(R"({"code":500,"msg":"boom"})");
-    QTest::newRow("201 is not 200") << 201 << QStringLiteral(R"({"code":0})");
-    QTest::newRow("403 with an empty body") << 403 << QString();
+    QTest::newRow("200, logged") << 200 << QString() << true;
+    QTest::newRow("200, quiet") << 200 << QString() << false;
+    QTest::newRow("404 with a text body") << 404 << QStringLiteral("no such page here") << true;
+    QTest::newRow("500 with a JSON body") << 500 << QStringLiteral(R"({"code":500,"msg":"boom"})") << true;
+    QTest::newRow("201 is not 200") << 201 << QStringLiteral(R"({"code":0})") << true;
+    QTest::newRow("403 with an empty body") << 403 << QString() << true;
 }
 
-void TestHttpClient::getNon200()
+void TestHttpClient::getLogging()
 {
     QFETCH(int, status);
     QFETCH(QString, body);
+    QFETCH(bool, log);
 
-    QVERIFY(m_sim.addFault({{"kind", "status"}, {"path", "/echo"}, {"status", status}, {"body", body}}));
-    LogCapture log;
+    if (status != 200)
+        QVERIFY(m_sim.addFault({{"kind", "status"}, {"path", "/echo"}, {"status", status}, {"body", body}}));
+    LogCapture capture;
     const std::string target = url(QStringLiteral("/echo"));
-    const HttpReply reply = m_client->get(target, {}, true);
-
-    QVERIFY(!reply.ok);
+    const HttpReply reply = m_client->get(target, {{"X-Marker", "m-1"}}, log);
+    QCOMPARE(reply.ok, status == 200);
+    if (status == 200) {
+        QCOMPARE(json(reply.body).value("headers").toObject().value("X-Marker").toString(), QStringLiteral("m-1"));
+        QCOMPARE(countLines(capture, spdlog::level::info, "get reply: " + reply.body, "get"), log ? 1 : 0);
+        // A good reply writes nothing else.
+        QCOMPARE(capture.lines().size(), std::size_t(log ? 1 : 0));
+        return;
+    }
     QCOMPARE(QString::fromStdString(reply.body), body);
     const std::string expected =
         "get reply err, url: " + target + ", status code: " + std::to_string(status) + ", msg: " + body.toStdString();
-    QCOMPARE(countLines(log, spdlog::level::warn, expected, "get"), 1);
+    QCOMPARE(countLines(capture, spdlog::level::warn, expected, "get"), 1);
     // Only the error line: the reply of a failed call is not logged again.
-    QCOMPARE(log.lines().size(), std::size_t(1));
+    QCOMPARE(capture.lines().size(), std::size_t(1));
 }
 
 void TestHttpClient::errorWord_data()
@@ -237,27 +225,6 @@ void TestHttpClient::errorWord()
     QCOMPARE(log.linesStartingWith("post reply err").size(), std::size_t(0));
 }
 
-void TestHttpClient::getLogReply_data()
-{
-    QTest::addColumn<bool>("logReply");
-    QTest::newRow("logged") << true;
-    QTest::newRow("quiet") << false;
-}
-
-void TestHttpClient::getLogReply()
-{
-    QFETCH(bool, logReply);
-
-    LogCapture log;
-    const HttpReply reply = m_client->get(url(QStringLiteral("/echo")), {{"X-Marker", "m-1"}}, logReply);
-    QVERIFY(reply.ok);
-    QCOMPARE(json(reply.body).value("headers").toObject().value("X-Marker").toString(), QStringLiteral("m-1"));
-
-    QCOMPARE(countLines(log, spdlog::level::info, "get reply: " + reply.body, "get"), logReply ? 1 : 0);
-    // A good reply writes nothing else.
-    QCOMPARE(log.lines().size(), std::size_t(logReply ? 1 : 0));
-}
-
 void TestHttpClient::postReplacesContentTypeAndAccept()
 {
     const HttpHeaders headers{{"Content-Type", "text/plain"}, {"Accept", "text/html"}, {"X-Trace", "abc"}};
@@ -278,64 +245,46 @@ void TestHttpClient::postReplacesContentTypeAndAccept()
 
 void TestHttpClient::postLogging_data()
 {
+    QTest::addColumn<int>("status");
     QTest::addColumn<bool>("log");
-    QTest::newRow("logged") << true;
-    QTest::newRow("quiet") << false;
+    QTest::newRow("200, logged") << 200 << true;
+    QTest::newRow("200, quiet") << 200 << false;
+    QTest::newRow("404, logged") << 404 << true;
+    QTest::newRow("404, quiet") << 404 << false;
 }
 
 void TestHttpClient::postLogging()
 {
+    QFETCH(int, status);
     QFETCH(bool, log);
 
+    const QString failure = QStringLiteral(R"({"code":404,"msg":"gone"})");
+    if (status != 200)
+        QVERIFY(m_sim.addFault({{"kind", "status"}, {"path", "/echo"}, {"status", status}, {"body", failure}}));
     LogCapture capture;
     const std::string target = url(QStringLiteral("/echo"));
     const HttpHeaders headers{{"Content-Type", "text/plain"}, {"X-Trace", "abc"}};
     const std::string body = R"({"k":"v"})";
     const HttpReply reply = m_client->post(target, headers, body, log);
-    QVERIFY(reply.ok);
+    QCOMPARE(reply.ok, status == 200);
+    if (status != 200)
+        QCOMPARE(QString::fromStdString(reply.body), failure);
 
-    const auto lines = postLines(capture);
-    if (!log) {
-        QCOMPARE(capture.lines().size(), std::size_t(0));
-        return;
-    }
     // The caller's headers as given; the replaced ones are not what the caller asked for.
-    const std::vector<std::string> expected{"post url: " + target,
-                                            "post headers: Content-Type: text/plain, X-Trace: abc",
-                                            "post data: " + body, "post reply: " + reply.body};
-    QCOMPARE(lines.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        QVERIFY2(lineIs(lines[i], expected[i], "post"), lines[i].text.c_str());
-        QCOMPARE(lines[i].level, spdlog::level::info);
-    }
-    QCOMPARE(capture.lines().size(), expected.size());
-}
-
-void TestHttpClient::postNon200_data()
-{
-    QTest::addColumn<bool>("log");
-    QTest::newRow("logged") << true;
-    QTest::newRow("quiet") << false;
-}
-
-void TestHttpClient::postNon200()
-{
-    QFETCH(bool, log);
-
-    const QString body = QStringLiteral(R"({"code":404,"msg":"gone"})");
-    QVERIFY(m_sim.addFault({{"kind", "status"}, {"path", "/echo"}, {"status", 404}, {"body", body}}));
-    LogCapture capture;
-    const std::string target = url(QStringLiteral("/echo"));
-    const HttpReply reply = m_client->post(target, {{"X-Trace", "abc"}}, "{}", log);
-    QVERIFY(!reply.ok);
-    QCOMPARE(QString::fromStdString(reply.body), body);
-
-    // The failure and its reply are logged whether or not the caller asked for logging.
-    std::vector<std::string> expected{"post reply err, status code: 404", "post reply: " + body.toStdString()};
-    std::vector<spdlog::level::level_enum> levels{spdlog::level::warn, spdlog::level::info};
+    std::vector<std::string> expected;
+    std::vector<spdlog::level::level_enum> levels;
     if (log) {
-        expected.insert(expected.begin(), {"post url: " + target, "post headers: X-Trace: abc", "post data: {}"});
-        levels.insert(levels.begin(), 3, spdlog::level::info);
+        expected = {"post url: " + target, "post headers: Content-Type: text/plain, X-Trace: abc", "post data: " + body};
+        levels.assign(3, spdlog::level::info);
+    }
+    // A failure and its reply are logged whether or not the caller asked for logging.
+    if (status != 200) {
+        expected.push_back("post reply err, status code: " + std::to_string(status));
+        levels.push_back(spdlog::level::warn);
+    }
+    if (log || status != 200) {
+        expected.push_back("post reply: " + reply.body);
+        levels.push_back(spdlog::level::info);
     }
     const auto lines = capture.lines();
     QCOMPARE(lines.size(), expected.size());

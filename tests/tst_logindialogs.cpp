@@ -7,6 +7,7 @@
 #include "cloudmaterial/translatemanager.h"
 
 #include "support/logcapture.h"
+#include "support/testrsa.h"
 
 // The generated forms, to read the defaults that the form files carry.
 #include "ui_logindlalog.h"
@@ -30,11 +31,6 @@
 #include <QTimer>
 #include <QUrl>
 #include <QWebEngineView>
-
-#include <openssl/bio.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/rsa.h>
 
 #include <memory>
 #include <utility>
@@ -69,30 +65,7 @@ QByteArray decryptWithCloudKey(const std::string &base64)
     QFile file(QStringLiteral(RXCM_LOGIN_PRIVATE_KEY));
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    const QByteArray pem = file.readAll();
-    BIO *bio = BIO_new_mem_buf(pem.constData(), int(pem.size()));
-    EVP_PKEY *key = PEM_read_bio_PrivateKey(bio, nullptr, nullptr, nullptr);
-    BIO_free(bio);
-    if (!key)
-        return {};
-    const QByteArray cipher = QByteArray::fromBase64(QByteArray::fromStdString(base64));
-    QByteArray plain;
-    EVP_PKEY_CTX *context = EVP_PKEY_CTX_new(key, nullptr);
-    std::size_t length = 0;
-    const auto *in = reinterpret_cast<const unsigned char *>(cipher.constData());
-    if (EVP_PKEY_decrypt_init(context) > 0 && EVP_PKEY_CTX_set_rsa_padding(context, RSA_PKCS1_PADDING) > 0
-        && EVP_PKEY_decrypt(context, nullptr, &length, in, std::size_t(cipher.size())) > 0) {
-        plain.resize(int(length));
-        if (EVP_PKEY_decrypt(context, reinterpret_cast<unsigned char *>(plain.data()), &length, in,
-                             std::size_t(cipher.size()))
-            > 0)
-            plain.resize(int(length));
-        else
-            plain.clear();
-    }
-    EVP_PKEY_CTX_free(context);
-    EVP_PKEY_free(key);
-    return plain;
+    return TestRsa::decrypt(file.readAll(), QByteArray::fromBase64(QByteArray::fromStdString(base64)));
 }
 
 // The site of the links as the prefixes need it: without the scheme they already carry.
@@ -131,6 +104,41 @@ void tick(Dialog *dialog, int times = 1)
         QMetaObject::invokeMethod(timer, "timeout");
     if (wasActive && dialog->isCountingDown())
         timer->start();
+}
+
+// The get-code countdown of either dialog, from the press that started it: 60 s shown on the
+// button, no second request meanwhile, then ready again and a new press starts from 60.
+template<typename Dialog>
+void checkCountdown(Dialog *dialog, const int &codeCalls)
+{
+    auto *button = child<QPushButton>(dialog, "pushButton_getCode");
+    auto *timer = child<QTimer>(dialog, "countdownTimer");
+    const int calls = codeCalls;
+    QVERIFY(dialog->isCountingDown());
+    QCOMPARE(dialog->countdownValue(), 60);
+    QCOMPARE(button->text(), QStringLiteral("获取验证码(60s)"));
+    QVERIFY(timer->isActive());
+    QCOMPARE(timer->interval(), 1000);
+    QTest::mouseClick(button, Qt::LeftButton);
+    QCOMPARE(codeCalls, calls);
+
+    tick(dialog);
+    QCOMPARE(dialog->countdownValue(), 59);
+    QCOMPARE(button->text(), QStringLiteral("获取验证码(59s)"));
+    tick(dialog, 58);
+    QCOMPARE(dialog->countdownValue(), 1);
+    QCOMPARE(button->text(), QStringLiteral("获取验证码(1s)"));
+    QVERIFY(dialog->isCountingDown());
+    tick(dialog);
+    QVERIFY(!dialog->isCountingDown());
+    QVERIFY(!timer->isActive());
+    QCOMPARE(dialog->countdownValue(), 60);
+    QCOMPARE(button->text(), QStringLiteral("获取验证码"));
+
+    QTest::mouseClick(button, Qt::LeftButton);
+    QCOMPARE(codeCalls, calls + 1);
+    QCOMPARE(dialog->countdownValue(), 60);
+    QCOMPARE(button->text(), QStringLiteral("获取验证码(60s)"));
 }
 
 // Gives a slider page the chance to paint before a picture is taken; not an assertion.
@@ -205,9 +213,12 @@ private Q_SLOTS:
     void screenshots();
 
 private:
-    LoginDlalog *showLogin();
+    // page: 0 the account login, 1 the code login by phone, 2 by e-mail.
+    LoginDlalog *showLogin(int page = 0);
     LoginVerify *showVerify();
     void checkOnlyTipShown(const char *label, const QString &text);
+    // Delivers a slider result as the page of @p place does, once that page has loaded.
+    void passSlider(VerifyCodeSlider::Place place, const char *sessionId, const char *sig, const char *token);
     static void checkFits(QDialog *dialog);
 
     QTemporaryDir configDir;
@@ -265,7 +276,7 @@ void TestLoginDialogs::cleanup()
     slider.reset();
 }
 
-LoginDlalog *TestLoginDialogs::showLogin()
+LoginDlalog *TestLoginDialogs::showLogin(int page)
 {
     slider = std::make_unique<VerifyCodeSlider>();
     login = std::make_unique<LoginDlalog>();
@@ -287,6 +298,10 @@ LoginDlalog *TestLoginDialogs::showLogin()
     login->show();
     if (!QTest::qWaitForWindowExposed(login.get()))
         qWarning() << "the login dialog was not exposed";
+    if (page > 0)
+        QTest::mouseClick(child<QPushButton>(login.get(), "pushButton_codeLogin"), Qt::LeftButton);
+    if (page == 2)
+        QTest::keyClick(child<QComboBox>(login.get(), "comboBox_codeType"), Qt::Key_Down);
     return login.get();
 }
 
@@ -324,6 +339,16 @@ void TestLoginDialogs::checkOnlyTipShown(const char *label, const QString &text)
             QVERIFY2(!tip->isVisible(), name);
         }
     }
+}
+
+void TestLoginDialogs::passSlider(VerifyCodeSlider::Place place, const char *sessionId, const char *sig,
+                                  const char *token)
+{
+    QSignalSpy *loaded = place == VerifyCodeSlider::AccountLogin ? accountLoaded.get()
+                         : place == VerifyCodeSlider::CodeLogin  ? codeLoaded.get()
+                                                                 : trustLoaded.get();
+    QTRY_VERIFY_WITH_TIMEOUT(loaded->count() > 0, 30000);
+    slider->message(place)->slotJSMsg(QString::fromUtf8(sessionId), QString::fromUtf8(sig), QString::fromUtf8(token));
 }
 
 void TestLoginDialogs::objectNames_data()
@@ -429,11 +454,7 @@ void TestLoginDialogs::validatorsAndLimits()
     QFETCH(QString, typed);
     QFETCH(QString, expected);
 
-    LoginDlalog *dialog = showLogin();
-    if (page > 0)
-        QTest::mouseClick(child<QPushButton>(dialog, "pushButton_codeLogin"), Qt::LeftButton);
-    if (page == 2)
-        QTest::keyClick(child<QComboBox>(dialog, "comboBox_codeType"), Qt::Key_Down);
+    LoginDlalog *dialog = showLogin(page);
     auto *edit = child<QLineEdit>(dialog, qPrintable(field));
     QVERIFY(edit->isVisible());
     edit->setFocus();
@@ -463,9 +484,7 @@ void TestLoginDialogs::emailAddressIsSearched()
     QFETCH(QString, text);
     QFETCH(bool, accepted);
 
-    LoginDlalog *dialog = showLogin();
-    QTest::mouseClick(child<QPushButton>(dialog, "pushButton_codeLogin"), Qt::LeftButton);
-    QTest::keyClick(child<QComboBox>(dialog, "comboBox_codeType"), Qt::Key_Down);
+    LoginDlalog *dialog = showLogin(2);
     // Set directly: the field's validator would not let spaces be typed, but pasted text
     // and remembered text reach the check the same way.
     child<QLineEdit>(dialog, "lineEdit_emailNum")->setText(text);
@@ -695,8 +714,7 @@ void TestLoginDialogs::resultMessages()
 
 void TestLoginDialogs::loginResultIsShown()
 {
-    LoginDlalog *dialog = showLogin();
-    QTest::mouseClick(child<QPushButton>(dialog, "pushButton_codeLogin"), Qt::LeftButton);
+    LoginDlalog *dialog = showLogin(1);
     QTest::keyClicks(child<QLineEdit>(dialog, "lineEdit_phoneNum"), QStringLiteral("13800138000"));
     QTest::keyClicks(child<QLineEdit>(dialog, "lineEdit_code"), QStringLiteral("246810"));
     QTest::mouseClick(child<QCheckBox>(dialog, "checkBox_agree_verifyCode"), Qt::LeftButton);
@@ -749,9 +767,7 @@ void TestLoginDialogs::emptyFieldMessages()
     QFETCH(QString, label);
     QFETCH(QString, text);
 
-    LoginDlalog *dialog = showLogin();
-    if (page == 1)
-        QTest::mouseClick(child<QPushButton>(dialog, "pushButton_codeLogin"), Qt::LeftButton);
+    LoginDlalog *dialog = showLogin(page);
     for (const QString &pair : fill) {
         auto *edit = child<QLineEdit>(dialog, qPrintable(pair.section(QLatin1Char('='), 0, 0)));
         QTest::keyClicks(edit, pair.section(QLatin1Char('='), 1));
@@ -778,14 +794,11 @@ void TestLoginDialogs::accountLoginNeedsTheSlider()
     checkOnlyTipShown("label_actOrPwdErrorTip", QStringLiteral("请先拖动滑块完成验证"));
 
     // A passed check of the code page does not count for the account page.
-    QTRY_VERIFY_WITH_TIMEOUT(accountLoaded->count() > 0 && codeLoaded->count() > 0, 30000);
-    slider->message(VerifyCodeSlider::CodeLogin)->slotJSMsg(QStringLiteral("s2"), QStringLiteral("g2"),
-                                                            QStringLiteral("t2"));
+    passSlider(VerifyCodeSlider::CodeLogin, "s2", "g2", "t2");
     QTest::mouseClick(child<QPushButton>(dialog, "pushButton_login"), Qt::LeftButton);
     QCOMPARE(loginCalls, 0);
 
-    slider->message(VerifyCodeSlider::AccountLogin)
-        ->slotJSMsg(QStringLiteral("session-1"), QStringLiteral("sig-1"), QStringLiteral("token-1"));
+    passSlider(VerifyCodeSlider::AccountLogin, "session-1", "sig-1", "token-1");
     QTest::mouseClick(child<QPushButton>(dialog, "pushButton_login"), Qt::LeftButton);
     QCOMPARE(loginCalls, 1);
     checkOnlyTipShown(nullptr, {});
@@ -804,8 +817,7 @@ void TestLoginDialogs::accountLoginNeedsTheSlider()
     QCOMPARE(decryptWithCloudKey(lastLogin.password), QByteArray("Secret#2024!"));
 
     // A second result of the page replaces the first.
-    slider->message(VerifyCodeSlider::AccountLogin)
-        ->slotJSMsg(QStringLiteral("session-2"), QStringLiteral("sig-2"), QStringLiteral("token-2"));
+    passSlider(VerifyCodeSlider::AccountLogin, "session-2", "sig-2", "token-2");
     QTest::mouseClick(child<QCheckBox>(dialog, "checkBox_saveUserName"), Qt::LeftButton);
     QTest::mouseClick(child<QPushButton>(dialog, "pushButton_login"), Qt::LeftButton);
     QCOMPARE(loginCalls, 2);
@@ -815,8 +827,7 @@ void TestLoginDialogs::accountLoginNeedsTheSlider()
 
 void TestLoginDialogs::codeLoginFields()
 {
-    LoginDlalog *dialog = showLogin();
-    QTest::mouseClick(child<QPushButton>(dialog, "pushButton_codeLogin"), Qt::LeftButton);
+    LoginDlalog *dialog = showLogin(1);
     QTest::mouseClick(child<QCheckBox>(dialog, "checkBox_agree_verifyCode"), Qt::LeftButton);
     auto *country = child<QComboBox>(dialog, "comboBox_typeNum");
     QTest::keyClick(country, Qt::Key_Down);
@@ -845,20 +856,15 @@ void TestLoginDialogs::codeLoginFields()
 
 void TestLoginDialogs::getCodeRules()
 {
-    LoginDlalog *dialog = showLogin();
-    QTest::mouseClick(child<QPushButton>(dialog, "pushButton_codeLogin"), Qt::LeftButton);
+    LoginDlalog *dialog = showLogin(1);
     auto *button = child<QPushButton>(dialog, "pushButton_getCode");
-    auto *timer = child<QTimer>(dialog, "countdownTimer");
 
     QTest::mouseClick(button, Qt::LeftButton);
     QCOMPARE(codeCalls, 0);
     checkOnlyTipShown("label_phoneRightTip", QStringLiteral("请输入正确的手机号"));
 
-    QTRY_VERIFY_WITH_TIMEOUT(accountLoaded->count() > 0 && codeLoaded->count() > 0, 30000);
-    slider->message(VerifyCodeSlider::AccountLogin)->slotJSMsg(QStringLiteral("a"), QStringLiteral("b"),
-                                                               QStringLiteral("c"));
-    slider->message(VerifyCodeSlider::CodeLogin)
-        ->slotJSMsg(QStringLiteral("code-session"), QStringLiteral("code-sig"), QStringLiteral("code-token"));
+    passSlider(VerifyCodeSlider::AccountLogin, "a", "b", "c");
+    passSlider(VerifyCodeSlider::CodeLogin, "code-session", "code-sig", "code-token");
     QTest::keyClicks(child<QLineEdit>(dialog, "lineEdit_phoneNum"), QStringLiteral("13800138000"));
 
     // Refused: the message shows and the button stays ready.
@@ -882,32 +888,7 @@ void TestLoginDialogs::getCodeRules()
     QCOMPARE(codeCalls, 2);
     QVERIFY(lastCode.key != firstKey); // every request has its own key
     checkOnlyTipShown(nullptr, {});
-    QVERIFY(dialog->isCountingDown());
-    QCOMPARE(dialog->countdownValue(), 60);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码(60s)"));
-    QVERIFY(timer->isActive());
-    QCOMPARE(timer->interval(), 1000);
-
-    QTest::mouseClick(button, Qt::LeftButton);
-    QCOMPARE(codeCalls, 2);
-
-    tick(dialog);
-    QCOMPARE(dialog->countdownValue(), 59);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码(59s)"));
-    tick(dialog, 58);
-    QCOMPARE(dialog->countdownValue(), 1);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码(1s)"));
-    QVERIFY(dialog->isCountingDown());
-    tick(dialog);
-    QVERIFY(!dialog->isCountingDown());
-    QVERIFY(!timer->isActive());
-    QCOMPARE(dialog->countdownValue(), 60);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码"));
-
-    QTest::mouseClick(button, Qt::LeftButton);
-    QCOMPARE(codeCalls, 3);
-    QCOMPARE(dialog->countdownValue(), 60);
-    QVERIFY(dialog->isCountingDown());
+    checkCountdown(dialog, codeCalls);
 }
 
 void TestLoginDialogs::links()
@@ -1058,9 +1039,7 @@ void TestLoginDialogs::verifyShowsEmailWhenNoPhone()
     QCOMPARE(child<QPushButton>(dialog, "pushButton_confirm")->text(), QStringLiteral("OK"));
     QCOMPARE(child<QPushButton>(dialog, "pushButton_getCode")->text(), QStringLiteral("Get code"));
 
-    QTRY_VERIFY_WITH_TIMEOUT(trustLoaded->count() > 0, 30000);
-    slider->message(VerifyCodeSlider::TrustDevice)
-        ->slotJSMsg(QStringLiteral("trust-session"), QStringLiteral("trust-sig"), QStringLiteral("trust-token"));
+    passSlider(VerifyCodeSlider::TrustDevice, "trust-session", "trust-sig", "trust-token");
     QTest::mouseClick(child<QPushButton>(dialog, "pushButton_getCode"), Qt::LeftButton);
     QCOMPARE(codeCalls, 1);
     QCOMPARE(lastCode.phone, std::string("ann@example.com"));
@@ -1084,38 +1063,13 @@ void TestLoginDialogs::verifyCountdown()
     LoginVerify *dialog = showVerify();
     dialog->setPhone(QStringLiteral("15612341762"));
     auto *button = child<QPushButton>(dialog, "pushButton_getCode");
-    auto *timer = child<QTimer>(dialog, "countdownTimer");
     QCOMPARE(dialog->countdownValue(), 60);
     QVERIFY(!dialog->isCountingDown());
     QCOMPARE(button->text(), QStringLiteral("获取验证码"));
 
     QTest::mouseClick(button, Qt::LeftButton);
     QCOMPARE(codeCalls, 1);
-    QVERIFY(dialog->isCountingDown());
-    QCOMPARE(button->text(), QStringLiteral("获取验证码(60s)"));
-    QVERIFY(timer->isActive());
-    QCOMPARE(timer->interval(), 1000);
-
-    QTest::mouseClick(button, Qt::LeftButton);
-    QCOMPARE(codeCalls, 1); // no second request while counting
-
-    tick(dialog);
-    QCOMPARE(dialog->countdownValue(), 59);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码(59s)"));
-    tick(dialog, 58);
-    QCOMPARE(dialog->countdownValue(), 1);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码(1s)"));
-    tick(dialog);
-    QVERIFY(!dialog->isCountingDown());
-    QVERIFY(!timer->isActive());
-    QCOMPARE(dialog->countdownValue(), 60);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码"));
-
-    // The next press starts again from 60.
-    QTest::mouseClick(button, Qt::LeftButton);
-    QCOMPARE(codeCalls, 2);
-    QCOMPARE(dialog->countdownValue(), 60);
-    QCOMPARE(button->text(), QStringLiteral("获取验证码(60s)"));
+    checkCountdown(dialog, codeCalls);
 }
 
 void TestLoginDialogs::verifyCountdownWithRealTicks()
@@ -1172,8 +1126,6 @@ void TestLoginDialogs::verifyConfirm()
 {
     LoginVerify *dialog = showVerify();
     dialog->setPhone(QStringLiteral("15612341762"));
-    dialog->setCreditSignature(QStringLiteral("credit"));
-    QCOMPARE(dialog->creditSignature(), QStringLiteral("credit"));
     auto *error = child<QLabel>(dialog, "label_verfyCodeError");
     QSignalSpy accepted(dialog, &QDialog::accepted);
 
@@ -1182,9 +1134,7 @@ void TestLoginDialogs::verifyConfirm()
     QCOMPARE(secondCalls, 0);
     QVERIFY(error->isVisible());
 
-    QTRY_VERIFY_WITH_TIMEOUT(trustLoaded->count() > 0, 30000);
-    slider->message(VerifyCodeSlider::TrustDevice)
-        ->slotJSMsg(QStringLiteral("ts"), QStringLiteral("tg"), QStringLiteral("tt"));
+    passSlider(VerifyCodeSlider::TrustDevice, "ts", "tg", "tt");
     QTest::keyClicks(child<QLineEdit>(dialog, "lineEdit_code"), QStringLiteral("864213"));
     secondAnswer = -1;
     QTest::mouseClick(child<QPushButton>(dialog, "pushButton_confirm"), Qt::LeftButton);
