@@ -2,9 +2,10 @@
 //   codec    packing a "DownloadFileRes" argument list and unpacking it again;
 //   in-process  the server sending "DownloadFileRes" through a channel that hands the bytes
 //            straight to the client's handler, up to the client's signal.
-// Each scenario is one function that makes one call; a channel between real machines (the
-// demo host's runtime over MQTT) is added as one more entry of scenarios() with a call that
-// waits for its answer.
+// Each scenario is one function that makes one call.
+// Then, with the demo host's runtime: the round trip of an existence check between a proxy
+// client and a proxy server over MQTT on a local mosquitto (median of 200), from the client's
+// call to the client's answer signal, the server looking the file up in its folder.
 //
 //     proxy_bench [seconds per round]      (default 0.2; the best of 5 rounds counts)
 
@@ -13,6 +14,21 @@
 #include "cloudmaterial/multimachine/proxycodec.h"
 
 #include <irxruntime/irxruntime.h>
+
+#ifdef RXCM_BENCH_GROUP_CHANNEL
+#include "groupruntime.h"
+#include "support/mosquittofixture.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <algorithm>
+#endif
 
 #include <chrono>
 #include <cstdio>
@@ -113,6 +129,68 @@ double callsPerSecond(const std::function<void()> &call, double seconds)
     return double(calls) / std::chrono::duration<double>(now - start).count();
 }
 
+#ifdef RXCM_BENCH_GROUP_CHANNEL
+// Median round trip in ms of a proxied existence check over the demo's MQTT channel; < 0 on failure.
+double existenceRoundTripMs(int runs)
+{
+    Mosquitto broker;
+    if (!broker.start()) {
+        std::fprintf(stderr, "proxy_bench: mosquitto did not start\n");
+        return -1;
+    }
+    QTemporaryDir folder;
+    QFile material(folder.filePath(QString::fromStdString(name)));
+    if (!material.open(QIODevice::WriteOnly) || material.write("clip") != 4) {
+        std::fprintf(stderr, "proxy_bench: cannot write %s\n", qPrintable(material.fileName()));
+        return -1;
+    }
+    material.close();
+
+    GroupRuntime serverEnd(GroupRuntime::Role::ProxyServer, QStringLiteral("bench"));
+    GroupRuntime clientEnd(GroupRuntime::Role::ProxyClient, QStringLiteral("bench"));
+    MultimachineProxyServer server(&serverEnd);
+    MultimachineProxyClient client(&clientEnd);
+    // What the server's handler does for a client: look in its folder, answer.
+    QObject::connect(&server, &MultimachineProxyServer::sigQueryFileIsExist, &server,
+                     [&server, &folder](const std::string &gotId, const std::string &gotName) {
+                         server.sendQueryFileIsExistRes(
+                             gotId, gotName, QFile::exists(folder.filePath(QString::fromStdString(gotName))));
+                     });
+    if (!serverEnd.start(broker.url()) || !clientEnd.start(broker.url())) {
+        std::fprintf(stderr, "proxy_bench: the group runtimes did not join the broker\n");
+        return -1;
+    }
+
+    std::vector<double> ms;
+    QEventLoop loop;
+    bool answered = false;
+    QObject::connect(&client, &MultimachineProxyClient::sigQueryFileIsExistRes, &loop,
+                     [&](const std::string &gotId, const std::string &, bool exists) {
+                         answered = exists && gotId == id;
+                         loop.quit();
+                     });
+    QTimer limit;
+    limit.setSingleShot(true);
+    QObject::connect(&limit, &QTimer::timeout, &loop, &QEventLoop::quit);
+    for (int i = 0; i < runs + 10; ++i) {
+        answered = false;
+        QElapsedTimer clock;
+        clock.start();
+        client.sendQueryFileIsExist(id, name);
+        limit.start(5000);
+        loop.exec();
+        if (!answered) {
+            std::fprintf(stderr, "proxy_bench: call %d was not answered within 5 s\n", i);
+            return -1;
+        }
+        if (i >= 10) // the first ones warm up the connections
+            ms.push_back(clock.nsecsElapsed() / 1e6);
+    }
+    std::sort(ms.begin(), ms.end());
+    return ms[ms.size() / 2];
+}
+#endif
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -139,5 +217,14 @@ int main(int argc, char **argv)
         std::printf("%-12s %14.0f calls/s%s\n", scenario.name, best, intact ? "" : "  (calls were lost or changed)");
         status |= intact ? 0 : 1;
     }
+#ifdef RXCM_BENCH_GROUP_CHANNEL
+    QCoreApplication app(argc, argv);
+    const double roundTrip = existenceRoundTripMs(200);
+    if (roundTrip < 0) {
+        std::printf("group channel: the existence check over MQTT did not come back\n");
+        return 1;
+    }
+    std::printf("existence check over the demo's MQTT channel: median round trip %.2f ms (200 calls)\n", roundTrip);
+#endif
     return status;
 }

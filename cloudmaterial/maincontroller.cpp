@@ -42,6 +42,15 @@ public:
     void applyDialogStyleSheets();
     void connectLogin();
     void connectDevices();
+    // The node and identity of a saved session become the current ones.
+    void adoptSessionNode(const TokenInfoJson &session)
+    {
+        login.resetNodeState();
+        login.restoreSession();
+        currentNode = session.currentNode;
+        currentNodeIdentity = session.currentNodeIdentity;
+        materials->setNode(session.currentNode);
+    }
     // One wrap-encrypt-send of the key message to one authentication endpoint.
     std::string requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage);
 
@@ -273,11 +282,7 @@ bool MainController::autoLogin()
     const TokenInfoJson session = ConfigStore::instance().tokenInfo();
     if (session.auth.empty())
         return false;
-    d->login.resetNodeState();
-    d->login.restoreSession();
-    d->currentNode = session.currentNode;
-    d->currentNodeIdentity = session.currentNodeIdentity;
-    d->materials->setNode(session.currentNode);
+    d->adoptSessionNode(session);
 
     const BindingAccountJson account = playerAuth(session.auth);
     if (account.value.cirro.username.empty() || account.value.cirro.password.empty())
@@ -331,6 +336,12 @@ bool MainController::isNetworkAvailable() const
 void MainController::releaseWidgets()
 {
     instance().d->login.releaseWidgets();
+}
+
+void MainController::startMqttFromSavedSession()
+{
+    d->adoptSessionNode(ConfigStore::instance().tokenInfo());
+    startMqtt();
 }
 
 void MainController::startMqtt()

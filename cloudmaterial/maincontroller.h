@@ -58,6 +58,11 @@ public:
     bool isNetworkAvailable() const;
     /** Starts cloud messaging on the worker thread and returns at once. */
     void startMqtt();
+    /**
+     * Starts cloud messaging on a group's proxy server, which never logs in itself: the node
+     * comes from the session saved in the configuration folder the group's machines share.
+     */
+    void startMqttFromSavedSession();
     /** Asks the cloud for the account that binds this player; blocking. */
     BindingAccountJson playerAuth(const std::string &token);
 

@@ -20,7 +20,8 @@ set(expected
   "step: downloaded d0[134] to "
   "step: downloaded d0[134] to "
   "step: downloaded d0[134] to "
-  "step: playlist holds "
+  "step: dragging d01 onto the playlist with the pointer"
+  "step: playlist holds harbour-sunrise.jpg"
   "step: done")
 set(rest "${output}")
 foreach(step IN LISTS expected)
@@ -30,4 +31,21 @@ foreach(step IN LISTS expected)
   endif()
   # Past this line's "step:", so a repeated step needs a line of its own.
   string(SUBSTRING "${found}" 1 -1 rest)
+endforeach()
+
+# The downloads are the local cloud's real files: a JPEG picture, a WAV tune, a PDF page.
+foreach(pair "d01=JPEG picture" "d03=WAV audio" "d04=PDF document")
+  string(REPLACE "=" ";" pair "${pair}")
+  list(GET pair 0 id)
+  list(GET pair 1 kind)
+  if(NOT output MATCHES "step: downloaded ${id} to [^\n]* \\(${kind}, [0-9]+ bytes\\)")
+    message(FATAL_ERROR "${id} did not arrive as a ${kind}")
+  endif()
+endforeach()
+foreach(shot demo-login.png demo-panel-list.png demo-panel-tree.png)
+  string(REGEX MATCH "step: screenshot ([^\n]*/${shot})" line "${output}")
+  file(SIZE "${CMAKE_MATCH_1}" bytes)
+  if(bytes LESS 2000)
+    message(FATAL_ERROR "screenshot ${CMAKE_MATCH_1} is ${bytes} bytes")
+  endif()
 endforeach()

@@ -19,6 +19,11 @@ public:
     void stop();
     /** What went wrong in start(). */
     QString error() const;
+    /** Where the broker listens, "tcp://127.0.0.1:<port>"; for the group's channel as well. */
+    QString brokerUrl() const;
+    /** The gateway's base, "https://127.0.0.1:<port>", and the CA file that signs its certificate. */
+    QString cloudUrl() const;
+    QString caFile() const;
 
 private:
     class Private;

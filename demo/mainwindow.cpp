@@ -22,6 +22,7 @@ public:
     PlaylistWidget *playlist = nullptr;
     QLabel *account = nullptr;
     QLabel *downloads = nullptr;
+    QLabel *group = nullptr;
     int downloadCount = 0;
 };
 
@@ -95,4 +96,18 @@ void MainWindow::materialDragged(const QString &path, QDrag *drag)
 void MainWindow::showStatus(const QString &text)
 {
     statusBar()->showMessage(text, text.isEmpty() ? 0 : 5000);
+}
+
+void MainWindow::showGroupStatus(const QString &text)
+{
+    if (!d->group) {
+        d->group = new QLabel(d->panelHolder);
+        d->group->setObjectName(QStringLiteral("demoGroupStatus"));
+        d->group->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+        d->group->setWordWrap(true);
+        d->group->setMargin(8);
+        auto *layout = static_cast<QVBoxLayout *>(d->panelHolder->layout());
+        layout->insertWidget(0, d->group);
+    }
+    d->group->setText(text);
 }

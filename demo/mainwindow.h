@@ -22,6 +22,8 @@ public:
     /** What the star-drag callback does: remembers the material until the drag ends. */
     void materialDragged(const QString &path, QDrag *drag);
     void showStatus(const QString &text);
+    /** A line above the panel, or in its place where there is none, on the machine's group. */
+    void showGroupStatus(const QString &text);
 
 private:
     class Private;

@@ -2,6 +2,7 @@
 
 #include "mainwindow.h"
 #include "playlistwidget.h"
+#include "pointerdrag.h"
 
 #include "cloudmaterial/maincontrollerwrapper.h"
 
@@ -10,6 +11,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
@@ -55,6 +57,27 @@ const QString dragToTheEnd = QStringLiteral(R"((function () {
     return slider.classList.contains('verified');
 })())");
 
+// What a downloaded file holds, told by its first bytes.
+QString kindOf(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QStringLiteral("unreadable");
+    const QByteArray head = file.read(12);
+    const QString size = QString::number(file.size());
+    if (head.startsWith("\xFF\xD8\xFF"))
+        return QStringLiteral("JPEG picture, %1 bytes").arg(size);
+    if (head.startsWith("\x89PNG"))
+        return QStringLiteral("PNG picture, %1 bytes").arg(size);
+    if (head.startsWith("RIFF") && head.mid(8, 4) == "WAVE")
+        return QStringLiteral("WAV audio, %1 bytes").arg(size);
+    if (head.startsWith("RIFF") && head.mid(8, 4) == "AVI ")
+        return QStringLiteral("AVI video, %1 bytes").arg(size);
+    if (head.startsWith("%PDF"))
+        return QStringLiteral("PDF document, %1 bytes").arg(size);
+    return QStringLiteral("unknown content, %1 bytes").arg(size);
+}
+
 void say(const QString &line)
 {
     std::printf("step: %s\n", qPrintable(line));
@@ -90,6 +113,10 @@ public:
     bool dragQueued = false;
     bool loginPressed = false;
     bool downloadAsked = false;
+    bool pointerDragging = false;
+    PointerDrag pointer;
+    std::size_t loginSteps = 0;
+    bool ownStepsAfterLogin = false;
 };
 
 QWidget *ScriptedRun::Private::loginDialog() const
@@ -147,12 +174,16 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
     d->screenshots = QDir::cleanPath(screenshotFolder);
     QDir().mkpath(screenshotFolder);
 
+    // A pointer drag whose drop did not land (a window still settling, say) is tried again.
+    connect(&d->pointer, &PointerDrag::finished, this, [this] { d->pointerDragging = false; });
+
     auto &wrapper = MainControllerWrapper::instance();
     connect(&wrapper, &MainControllerWrapper::loginSuccess, this,
             [this](const std::string &name) { d->userName = QString::fromStdString(name); });
     connect(&wrapper, &MainControllerWrapper::sigDownloadSuccess, this,
             [this](const std::string &id, const std::string &path) {
-                say(QStringLiteral("downloaded %1 to %2").arg(QString::fromStdString(id), QString::fromStdString(path)));
+                const QString file = QString::fromStdString(path);
+                say(QStringLiteral("downloaded %1 to %2 (%3)").arg(QString::fromStdString(id), file, kindOf(file)));
                 d->downloaded.push_back(QString::fromStdString(path));
             });
 
@@ -217,6 +248,7 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                             }
                             return false;
                         }});
+    d->loginSteps = d->steps.size();
     d->steps.push_back({QStringLiteral("the catalogue in the panel"), [this, shoot] {
                             QListWidget *list = d->materialList();
                             if (!list || list->count() < 20)
@@ -254,13 +286,45 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                                 say(QStringLiteral("playlist holds %1").arg(playlist->item(0)->text()));
                                 return true;
                             }
-                            // What a drag from the panel onto the playlist ends in.
-                            playlist->addMaterial(d->downloaded.front());
+                            if (d->pointerDragging)
+                                return false;
+                            QListWidget *list = d->materialList();
+                            QListWidgetItem *item = nullptr;
+                            for (int row = 0; list && row < list->count() && !item; ++row) {
+                                if (list->item(row)->data(materialIdRole).toString() == downloadIds.front())
+                                    item = list->item(row);
+                            }
+                            if (!item)
+                                return false;
+                            if (!d->pointer.isAvailable()) {
+                                say(QStringLiteral("no X test extension here: dropping without the pointer"));
+                                playlist->addMaterial(d->downloaded.front());
+                                return false;
+                            }
+                            // A real drag: press on the material in the grid, move onto the playlist, let go.
+                            // Pressing on one of several selected items keeps them all; the drag
+                            // carries the first, so the material is made the only selection.
+                            list->clearSelection();
+                            list->scrollToItem(item);
+                            const QPoint from = list->viewport()->mapToGlobal(list->visualItemRect(item).center());
+                            const QPoint to = playlist->mapToGlobal(playlist->rect().center());
+                            say(QStringLiteral("dragging %1 onto the playlist with the pointer").arg(downloadIds.front()));
+                            d->pointerDragging = true;
+                            d->pointer.drag(from, to);
                             return false;
                         }});
 }
 
 ScriptedRun::~ScriptedRun() = default;
+
+void ScriptedRun::addStepAfterLogin(const QString &missing, std::function<bool()> reached)
+{
+    if (!d->ownStepsAfterLogin) {
+        d->steps.resize(d->loginSteps);
+        d->ownStepsAfterLogin = true;
+    }
+    d->steps.push_back({missing, std::move(reached)});
+}
 
 void ScriptedRun::start()
 {

@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 class MainWindow;
@@ -21,6 +22,11 @@ public:
     ~ScriptedRun() override;
 
     void start();
+    /**
+     * Replaces the steps after the login with the caller's own, in the order added: @p reached
+     * is polled until it returns true; @p missing names the step if it never does.
+     */
+    void addStepAfterLogin(const QString &missing, std::function<bool()> reached);
 
 Q_SIGNALS:
     void finished(int exitCode);

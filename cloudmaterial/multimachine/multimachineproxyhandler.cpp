@@ -42,7 +42,7 @@ MultimachineProxyHandler::~MultimachineProxyHandler() = default;
 void MultimachineProxyHandler::serve(MultimachineProxyServer *server, MainController *controller)
 {
     CloudMaterialController *materials = d->materials.get();
-    connect(server, &MultimachineProxyServer::sigStartMqtt, this, [controller] { controller->startMqtt(); });
+    connect(server, &MultimachineProxyServer::sigStartMqtt, this, [controller] { controller->startMqttFromSavedSession(); });
 
     // The very paths a local request takes: ".temp" file, size check, refusal of unsafe names.
     connect(server, &MultimachineProxyServer::sigDownloadFile, this,
