@@ -94,7 +94,13 @@ QByteArray scenario(const QString &mediaFolder, int cloudPort)
             files.append(QJsonObject{{QStringLiteral("name"), thumbnailName}, {QStringLiteral("path"), thumbnailPath}});
             thumbnail = QStringLiteral("https://127.0.0.1:%1/files/%2").arg(cloudPort).arg(thumbnailName);
         }
-        medium.insert(QStringLiteral("media_entity"), QJsonObject{{QStringLiteral("thumb_image_url"), thumbnail}});
+        // The picture sizes SampleMedia draws; sounds and documents get a nominal 1x1 (a size
+        // of "0" would keep a material out of the list), which the panel does not show.
+        const QString width = s.type == 0 ? QStringLiteral("640") : s.type == 1 ? QStringLiteral("320") : QStringLiteral("1");
+        const QString height = s.type == 0 ? QStringLiteral("360") : s.type == 1 ? QStringLiteral("180") : QStringLiteral("1");
+        medium.insert(QStringLiteral("media_entity"), QJsonObject{{QStringLiteral("thumb_image_url"), thumbnail},
+                                                                  {QStringLiteral("width"), width},
+                                                                  {QStringLiteral("height"), height}});
         media.append(medium);
     }
     const QJsonObject account{{QStringLiteral("id"), 1001},

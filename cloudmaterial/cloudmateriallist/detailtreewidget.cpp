@@ -68,10 +68,15 @@ DetailTreeWidget::DetailTreeWidget(QWidget *parent)
     setIconSize(QSize(45, 30));
     setRootIsDecorated(false);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
-    setColumnWidth(NameColumn, 200);
+    // The name takes what the fixed columns leave, so the table fits the panel's width.
+    header()->setStretchLastSection(false);
+    header()->setSectionResizeMode(NameColumn, QHeaderView::Stretch);
+    header()->setMinimumSectionSize(40);
     setColumnWidth(ApprovalColumn, 170); // the preview and "Pending approval" side by side
     setColumnWidth(StatusColumn, 60);
     setColumnWidth(DownloadColumn, 110);
+    setColumnWidth(TypeColumn, 90);
+    setColumnWidth(ResolutionColumn, 100);
 }
 
 DetailTreeWidget::~DetailTreeWidget() = default;
@@ -82,7 +87,9 @@ void DetailTreeWidget::addMaterial(const CloudMaterialModel &model, const QStrin
     item->setText(NameColumn, QString::fromStdString(model.mediaName));
     item->setToolTip(NameColumn, QString::fromStdString(model.mediaName));
     item->setText(TypeColumn, mediaTypeName(model.mediaType));
-    item->setText(ResolutionColumn, QString::fromStdString(model.resolution));
+    // Sounds and documents have no picture size, whatever the record says.
+    const bool hasPicture = model.mediaType == 0 || model.mediaType == 1;
+    item->setText(ResolutionColumn, hasPicture ? QString::fromStdString(model.resolution) : QStringLiteral("–"));
     item->setText(SizeColumn, sizeText(model.size));
     item->setText(IdColumn, QString::fromStdString(model.mid));
     item->setText(PathColumn, materialString);
