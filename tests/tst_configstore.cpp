@@ -2,226 +2,105 @@
 
 #include <QtTest>
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
 
-using talvor::cloudmaterial::ConfigJson;
 using talvor::cloudmaterial::ConfigStore;
 using talvor::cloudmaterial::TokenInfoJson;
 
-namespace {
-
-QByteArray readAll(const QString &path)
+static QByteArray readAll(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-void writeAll(const QString &path, const QByteArray &bytes)
+static bool writeAll(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
+    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
-// Qt log lines written while the object lives.
-class QtLogCapture
-{
-public:
-    QtLogCapture()
-    {
-        s_lines.clear();
-        m_previous = qInstallMessageHandler(&QtLogCapture::handler);
-    }
-    ~QtLogCapture() { qInstallMessageHandler(m_previous); }
-    QStringList lines() const { return s_lines; }
-
-private:
-    static void handler(QtMsgType, const QMessageLogContext &, const QString &message) { s_lines << message; }
-    static QStringList s_lines;
-    QtMessageHandler m_previous;
-};
-QStringList QtLogCapture::s_lines;
-
-} // namespace
+static QStringList s_lines; // Qt log lines, while a test installs the handler below
+static void collect(QtMsgType, const QMessageLogContext &, const QString &message) { s_lines << message; }
 
 class TestConfigStore : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void freshFolderGetsFoldersAndDefaults();
-    void emptyUrlsAreReplacedOthersKept_data();
-    void emptyUrlsAreReplacedOthersKept();
-    void brokenConfigFallsBackToDefaults();
-    void sessionRoundTripInKeyOrder();
-    void sessionFileIsOwnerOnly();
-    void everyReadGoesToDisk();
-    void missingSessionIsEmptyAndLogged();
+    void init()
+    {
+        m_dir = std::make_unique<QTemporaryDir>();
+        m_store = std::make_unique<ConfigStore>();
+        s_lines.clear();
+        QVERIFY(m_dir->isValid());
+    }
+
+    void config_data();
+
+    void config()
+    {
+        QFETCH(QByteArray, stored);
+        QFETCH(QString, log);
+        QVERIFY(QByteArray(RXCM_DEFAULT_NODES_URL).endsWith("/cirro_api_host/nodes.json") && QByteArray(RXCM_DEFAULT_MQTT_CONTROL_URL).endsWith("/mqtt/control/v1/"));
+        QVERIFY(stored.isNull() || writeAll(cloud() + "/config.json", stored));
+        const QtMessageHandler previous = qInstallMessageHandler(collect);
+        m_store->setConfigPath(m_dir->path().toStdString());
+        qInstallMessageHandler(previous);
+        QVERIFY(QDir(cloud() + "/nodes").exists());
+        QCOMPARE(QString::fromStdString(m_store->nodesFolder() + "|" + m_store->configPath() + "|" + m_store->tokenInfoPath()),
+                 cloud() + "/nodes|" + cloud() + "/config.json|" + cloud() + "/login.json");
+        QTEST(readAll(cloud() + "/config.json"), "expected");
+        QVERIFY2(log.isEmpty() ? s_lines.isEmpty() : s_lines.size() == 1 && s_lines.front().startsWith(log), qPrintable(s_lines.join('\n')));
+        // Every read goes to the disk.
+        QVERIFY(writeAll(cloud() + "/config.json", R"({"isRecordUsername":true,"username":"bob"})"));
+        QVERIFY(m_store->config().username == "bob" && m_store->config().isRecordUsername);
+    }
+
+    void session()
+    {
+        m_store->setConfigPath(m_dir->path().toStdString());
+        const QString path = cloud() + "/login.json";
+        // A file left readable by an older version is tightened on the next write.
+        QVERIFY(writeAll(path, "{}") && QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther));
+        TokenInfoJson info{"tok-\xC3\xA9", "ann", "86", "13800000000", "ann@example.org", -42, "cn-east", "127.0.0.1:8443"};
+        m_store->setTokenInfo(info);
+        QCOMPARE(readAll(path), QByteArray(R"({"auth":"tok-\u00E9","username":"ann","countryCode":"86","phone":"13800000000",)"
+                                           R"("email":"ann@example.org","id":-42,"currentNodeIdentity":"cn-east","currentNode":"127.0.0.1:8443"})"));
+        QCOMPARE(QFile::permissions(path) & ~(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser),
+                 QFileDevice::Permissions());
+        QCOMPARE(m_store->tokenInfo().auth, info.auth);
+        QVERIFY(writeAll(path, R"({"auth":"changed behind our back","id":"7"})"));
+        QVERIFY(m_store->tokenInfo().auth == "changed behind our back" && m_store->tokenInfo().id == 7);
+        // An empty record is how a logout is stored.
+        m_store->setTokenInfo(TokenInfoJson());
+        QCOMPARE(readAll(path), QByteArray(R"({"auth":"","username":"","countryCode":"","phone":"","email":"","id":0,"currentNodeIdentity":"","currentNode":""})"));
+        QVERIFY(QFile::remove(path));
+        const QtMessageHandler previous = qInstallMessageHandler(collect);
+        const TokenInfoJson after = m_store->tokenInfo();
+        qInstallMessageHandler(previous);
+        QVERIFY(after.auth.empty() && after.id == 0);
+        QCOMPARE(s_lines, QStringList{"load from file throw exception: e.what() is: can't open file:" + path});
+    }
 
 private:
+    QString cloud() const { return m_dir->path() + QStringLiteral("/cloud"); }
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<ConfigStore> m_store;
-    QString cloud() const { return m_dir->path() + QStringLiteral("/cloud"); }
 };
 
-void TestConfigStore::init()
+void TestConfigStore::config_data()
 {
-    m_dir = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_dir->isValid());
-    m_store = std::make_unique<ConfigStore>();
-}
-
-void TestConfigStore::freshFolderGetsFoldersAndDefaults()
-{
-    m_store->setConfigPath(m_dir->path().toStdString());
-
-    QVERIFY(QDir(cloud()).exists());
-    QVERIFY(QDir(cloud() + QStringLiteral("/nodes")).exists());
-    QCOMPARE(QString::fromStdString(m_store->nodesFolder()), cloud() + QStringLiteral("/nodes"));
-    QCOMPARE(QString::fromStdString(m_store->configPath()), cloud() + QStringLiteral("/config.json"));
-    QCOMPARE(QString::fromStdString(m_store->tokenInfoPath()), cloud() + QStringLiteral("/login.json"));
-
-    // The defaults are the build's cache variables.
-    const QByteArray expected = QByteArray("{\"isRecordUsername\":false,\"username\":\"\",\"nodes\":\"")
-        + RXCM_DEFAULT_NODES_URL + "\",\"mqttControl\":\"" + RXCM_DEFAULT_MQTT_CONTROL_URL + "\"}";
-    QCOMPARE(readAll(cloud() + QStringLiteral("/config.json")), expected);
-    QVERIFY(QByteArray(RXCM_DEFAULT_NODES_URL).endsWith("/cirro_api_host/nodes.json"));
-    QVERIFY(QByteArray(RXCM_DEFAULT_MQTT_CONTROL_URL).endsWith("/mqtt/control/v1/"));
-}
-
-void TestConfigStore::emptyUrlsAreReplacedOthersKept_data()
-{
-    QTest::addColumn<QByteArray>("stored");
-    QTest::addColumn<QString>("nodes");
-    QTest::addColumn<QString>("mqttControl");
-    QTest::addColumn<bool>("record");
-    QTest::addColumn<QString>("username");
-
-    const QString nodesDefault = QStringLiteral(RXCM_DEFAULT_NODES_URL);
-    const QString controlDefault = QStringLiteral(RXCM_DEFAULT_MQTT_CONTROL_URL);
+    QTest::addColumn<QByteArray>("stored"); // null: no file yet
+    QTest::addColumn<QByteArray>("expected");
+    QTest::addColumn<QString>("log");
+    const QByteArray nodes = RXCM_DEFAULT_NODES_URL, control = RXCM_DEFAULT_MQTT_CONTROL_URL;
+    const QByteArray defaults = R"({"isRecordUsername":false,"username":"","nodes":")" + nodes + R"(","mqttControl":")" + control + "\"}";
+    QTest::newRow("fresh folder") << QByteArray() << defaults << "load from file throw exception: e.what() is: can't open file:";
+    QTest::newRow("broken") << QByteArray("[1, 2]") << defaults
+                            << "load from file throw exception: e.what() is: error at line :0 col :1 msg:read object must start with {!";
     QTest::newRow("both empty") << QByteArray(R"({"isRecordUsername":true,"username":"ann","nodes":"","mqttControl":""})")
-                                << nodesDefault << controlDefault << true << QStringLiteral("ann");
-    QTest::newRow("nodes kept") << QByteArray(R"({"nodes":"https://127.0.0.1:9/n.json","mqttControl":""})")
-                                << QStringLiteral("https://127.0.0.1:9/n.json") << controlDefault << false << QString();
-    QTest::newRow("both kept") << QByteArray(R"({"nodes":"https://a/n.json","mqttControl":"https://b/c/"})")
-                               << QStringLiteral("https://a/n.json") << QStringLiteral("https://b/c/") << false
-                               << QString();
-}
-
-void TestConfigStore::emptyUrlsAreReplacedOthersKept()
-{
-    QFETCH(QByteArray, stored);
-    QVERIFY(QDir().mkpath(cloud()));
-    writeAll(cloud() + QStringLiteral("/config.json"), stored);
-
-    m_store->setConfigPath(m_dir->path().toStdString());
-
-    // Check the file itself, read back through a fresh store.
-    ConfigStore other;
-    other.setConfigPath(m_dir->path().toStdString());
-    const ConfigJson config = other.config();
-    QTEST(QString::fromStdString(config.nodes), "nodes");
-    QTEST(QString::fromStdString(config.mqttControl), "mqttControl");
-    QTEST(config.isRecordUsername, "record");
-    QTEST(QString::fromStdString(config.username), "username");
-}
-
-void TestConfigStore::brokenConfigFallsBackToDefaults()
-{
-    QVERIFY(QDir().mkpath(cloud()));
-    writeAll(cloud() + QStringLiteral("/config.json"), "[1, 2]");
-    QtLogCapture log;
-    m_store->setConfigPath(m_dir->path().toStdString());
-
-    QCOMPARE(m_store->config().nodes, std::string(RXCM_DEFAULT_NODES_URL));
-    const QStringList lines = log.lines();
-    QVERIFY2(lines.size() == 1, qPrintable(lines.join(QLatin1Char('\n'))));
-    QVERIFY(lines.front().startsWith(QStringLiteral("load from file throw exception: e.what() is: error at line :0 col :1 msg:read object must start with {!")));
-}
-
-void TestConfigStore::sessionRoundTripInKeyOrder()
-{
-    m_store->setConfigPath(m_dir->path().toStdString());
-    TokenInfoJson info;
-    info.auth = "tok-\xC3\xA9";
-    info.username = "ann";
-    info.countryCode = "86";
-    info.phone = "13800000000";
-    info.email = "ann@example.org";
-    info.id = -42;
-    info.currentNodeIdentity = "cn-east";
-    info.currentNode = "127.0.0.1:8443";
-    m_store->setTokenInfo(info);
-
-    QCOMPARE(readAll(cloud() + QStringLiteral("/login.json")),
-             QByteArray(R"({"auth":"tok-\u00E9","username":"ann","countryCode":"86","phone":"13800000000",)"
-                        R"("email":"ann@example.org","id":-42,"currentNodeIdentity":"cn-east","currentNode":"127.0.0.1:8443"})"));
-    const TokenInfoJson back = m_store->tokenInfo();
-    QCOMPARE(back.auth, info.auth);
-    QCOMPARE(back.id, -42);
-    QCOMPARE(back.currentNode, info.currentNode);
-    QCOMPARE(back.currentNodeIdentity, info.currentNodeIdentity);
-
-    // An empty record is how a logout is stored.
-    m_store->setTokenInfo(TokenInfoJson());
-    QCOMPARE(readAll(cloud() + QStringLiteral("/login.json")),
-             QByteArray(R"({"auth":"","username":"","countryCode":"","phone":"","email":"","id":0,"currentNodeIdentity":"","currentNode":""})"));
-}
-
-void TestConfigStore::sessionFileIsOwnerOnly()
-{
-    m_store->setConfigPath(m_dir->path().toStdString());
-    const QString path = cloud() + QStringLiteral("/login.json");
-    // A file left readable by an older version is tightened on the next write.
-    writeAll(path, "{}");
-    QVERIFY(QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup
-                                            | QFileDevice::ReadOther));
-    TokenInfoJson info;
-    info.auth = "secret";
-    m_store->setTokenInfo(info);
-
-    const auto others = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
-        | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
-    QCOMPARE(QFile::permissions(path) & others, QFileDevice::Permissions());
-    QVERIFY(QFile::permissions(path) & QFileDevice::ReadOwner);
-    QCOMPARE(m_store->tokenInfo().auth, std::string("secret"));
-}
-
-void TestConfigStore::everyReadGoesToDisk()
-{
-    m_store->setConfigPath(m_dir->path().toStdString());
-    TokenInfoJson info;
-    info.auth = "first";
-    m_store->setTokenInfo(info);
-    QCOMPARE(m_store->tokenInfo().auth, std::string("first"));
-
-    writeAll(cloud() + QStringLiteral("/login.json"), R"({"auth":"changed behind our back","id":"7"})");
-    QCOMPARE(m_store->tokenInfo().auth, std::string("changed behind our back"));
-    QCOMPARE(m_store->tokenInfo().id, 7);
-
-    writeAll(cloud() + QStringLiteral("/config.json"), R"({"isRecordUsername":true,"username":"bob"})");
-    QCOMPARE(m_store->config().username, std::string("bob"));
-    QVERIFY(m_store->config().isRecordUsername);
-}
-
-void TestConfigStore::missingSessionIsEmptyAndLogged()
-{
-    m_store->setConfigPath(m_dir->path().toStdString());
-    TokenInfoJson info;
-    info.auth = "token";
-    info.id = 5;
-    m_store->setTokenInfo(info);
-    QVERIFY(QFile::remove(cloud() + QStringLiteral("/login.json")));
-
-    QtLogCapture log;
-    const TokenInfoJson after = m_store->tokenInfo();
-    QVERIFY(after.auth.empty());
-    QCOMPARE(after.id, 0);
-    QCOMPARE(log.lines(), QStringList{QStringLiteral("load from file throw exception: e.what() is: can't open file:")
-                                      + cloud() + QStringLiteral("/login.json")});
+                                << R"({"isRecordUsername":true,"username":"ann","nodes":")" + nodes + R"(","mqttControl":")" + control + "\"}" << QString();
+    QTest::newRow("both kept") << QByteArray(R"({"nodes":"https://a/n.json","mqttControl":""})")
+                               << R"({"isRecordUsername":false,"username":"","nodes":"https://a/n.json","mqttControl":")" + control + "\"}" << QString();
 }
 
 QTEST_GUILESS_MAIN(TestConfigStore)
