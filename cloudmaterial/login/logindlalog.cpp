@@ -109,6 +109,7 @@ public:
     void login();
     void loginWithAccount();
     void loginWithCode();
+    void submit(const LoginInfo &info);
     // Checks the phone number or e-mail address of the code page; shows the tip when wrong.
     bool contactIsValid();
     void getCode();
@@ -410,7 +411,13 @@ void LoginDlalog::Private::loginWithAccount()
     info.token = message->token().toStdString();
     info.rememberUserName = ui.checkBox_saveUserName->isChecked();
 
+    submit(info);
+}
+
+void LoginDlalog::Private::submit(const LoginInfo &info)
+{
     hideTips();
+    // sigLogin runs the whole login, which may delete this dialog before it returns.
     QPointer<LoginDlalog> alive(q);
     const int result = Q_EMIT q->sigLogin(info);
     if (alive)
@@ -437,11 +444,7 @@ void LoginDlalog::Private::loginWithCode()
     info.identityVerifyCode = code.toStdString();
     info.rememberUserName = ui.checkBox_saveUserName->isChecked();
 
-    hideTips();
-    QPointer<LoginDlalog> alive(q);
-    const int result = Q_EMIT q->sigLogin(info);
-    if (alive)
-        q->showResult(result);
+    submit(info);
 }
 
 bool LoginDlalog::Private::contactIsValid()

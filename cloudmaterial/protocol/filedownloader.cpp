@@ -54,11 +54,13 @@ DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const
         loop.exec();
 
     // Bytes that arrived together with the end of the transfer.
-    if (reply->bytesAvailable() > 0)
+    if (reply->bytesAvailable() > 0 && reply->error() == QNetworkReply::NoError)
         result = handleResponse(reply, tempPath);
-    // A connection that broke after the last arrival is a failure too.
+    // A connection that broke after the last arrival is a failure too; one already reported
+    // by an arrival is not logged again.
     if (reply->error() != QNetworkReply::NoError) {
-        qCWarning(lcDownload).nospace().noquote() << "Download failed: " << reply->errorString();
+        if (result != Failed)
+            qCWarning(lcDownload).nospace().noquote() << "Download failed: " << reply->errorString();
         result = Failed;
     }
 
