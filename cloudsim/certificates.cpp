@@ -13,24 +13,12 @@
 namespace cloudsim {
 namespace {
 
-[[noreturn]] void fail(const std::string &what)
-{
-    std::string reason = what;
-    if (const unsigned long code = ERR_get_error()) {
-        char text[256];
-        ERR_error_string_n(code, text, sizeof text);
-        reason += ": ";
-        reason += text;
-    }
-    throw std::runtime_error(reason);
-}
-
 PkeyPtr newKey()
 {
     // P-256 keys are made in a blink, which keeps every test's start fast.
     PkeyPtr key(EVP_EC_gen("P-256"));
     if (!key)
-        fail("cannot generate a key");
+        throwSslError("cannot generate a key");
     return key;
 }
 
@@ -53,7 +41,7 @@ void addExtension(X509 *cert, X509 *issuer, int nid, const std::string &value)
     X509_EXTENSION *ext = X509V3_EXT_conf_nid(nullptr, &ctx, nid, value.c_str());
     if (!ext || !X509_add_ext(cert, ext, -1)) {
         X509_EXTENSION_free(ext);
-        fail("cannot add the extension " + value);
+        throwSslError("cannot add the extension " + value);
     }
     X509_EXTENSION_free(ext);
 }
@@ -62,14 +50,14 @@ X509Ptr newCertificate(EVP_PKEY *key)
 {
     X509Ptr cert(X509_new());
     if (!cert)
-        fail("cannot allocate a certificate");
+        throwSslError("cannot allocate a certificate");
     X509_set_version(cert.get(), X509_VERSION_3);
     // Random serials: clients that cache certificates must never see two alike.
     BIGNUM *serial = BN_new();
     if (!serial || !BN_rand(serial, 63, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY)
         || !BN_to_ASN1_INTEGER(serial, X509_get_serialNumber(cert.get()))) {
         BN_free(serial);
-        fail("cannot make a serial number");
+        throwSslError("cannot make a serial number");
     }
     BN_free(serial);
     // An hour of slack before now, against small clock differences between machines.
@@ -97,7 +85,7 @@ Certificates makeCertificates(const std::vector<std::string> &altNames)
     addExtension(c.caCert.get(), c.caCert.get(), NID_key_usage, "critical,keyCertSign,cRLSign");
     addExtension(c.caCert.get(), c.caCert.get(), NID_subject_key_identifier, "hash");
     if (!X509_sign(c.caCert.get(), c.caKey.get(), EVP_sha256()))
-        fail("cannot sign the CA certificate");
+        throwSslError("cannot sign the CA certificate");
 
     c.serverKey = newKey();
     c.serverCert = newCertificate(c.serverKey.get());
@@ -117,7 +105,7 @@ Certificates makeCertificates(const std::vector<std::string> &altNames)
     if (!san.empty())
         addExtension(c.serverCert.get(), c.caCert.get(), NID_subject_alt_name, san);
     if (!X509_sign(c.serverCert.get(), c.caKey.get(), EVP_sha256()))
-        fail("cannot sign the server certificate");
+        throwSslError("cannot sign the server certificate");
     return c;
 }
 
@@ -126,13 +114,25 @@ std::string certificatePem(X509 *cert)
     BIO *bio = BIO_new(BIO_s_mem());
     if (!bio || !PEM_write_bio_X509(bio, cert)) {
         BIO_free(bio);
-        fail("cannot write the certificate");
+        throwSslError("cannot write the certificate");
     }
     char *data = nullptr;
     const long size = BIO_get_mem_data(bio, &data);
     std::string pem(data, static_cast<std::size_t>(size));
     BIO_free(bio);
     return pem;
+}
+
+[[noreturn]] void throwSslError(const std::string &what)
+{
+    std::string reason = what;
+    if (const unsigned long code = ERR_get_error()) {
+        char text[256];
+        ERR_error_string_n(code, text, sizeof text);
+        reason += ": ";
+        reason += text;
+    }
+    throw std::runtime_error(reason);
 }
 
 } // namespace cloudsim

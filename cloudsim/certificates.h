@@ -36,4 +36,7 @@ Certificates makeCertificates(const std::vector<std::string> &altNames);
 
 std::string certificatePem(X509 *cert);
 
+// Throws std::runtime_error with @p what and the reason OpenSSL gives for its last error.
+[[noreturn]] void throwSslError(const std::string &what);
+
 } // namespace cloudsim

@@ -15,18 +15,6 @@
 namespace cloudsim {
 namespace {
 
-[[noreturn]] void fail(const std::string &what)
-{
-    std::string reason = what;
-    if (const unsigned long code = ERR_get_error()) {
-        char text[256];
-        ERR_error_string_n(code, text, sizeof text);
-        reason += ": ";
-        reason += text;
-    }
-    throw std::runtime_error(reason);
-}
-
 struct CtxDeleter
 {
     void operator()(EVP_PKEY_CTX *ctx) const { EVP_PKEY_CTX_free(ctx); }
@@ -55,7 +43,7 @@ PkeyPtr generateRsaKey(int bits, const std::atomic<bool> *cancel)
 {
     std::unique_ptr<EVP_PKEY_CTX, CtxDeleter> ctx(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));
     if (!ctx || EVP_PKEY_keygen_init(ctx.get()) <= 0 || EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), bits) <= 0)
-        fail("cannot set up RSA key generation");
+        throwSslError("cannot set up RSA key generation");
     // The prime search reports progress often; answering 0 ends it.
     EVP_PKEY_CTX_set_app_data(ctx.get(), const_cast<std::atomic<bool> *>(cancel));
     EVP_PKEY_CTX_set_cb(ctx.get(), [](EVP_PKEY_CTX *c) -> int {
@@ -64,7 +52,7 @@ PkeyPtr generateRsaKey(int bits, const std::atomic<bool> *cancel)
     });
     EVP_PKEY *key = nullptr;
     if (EVP_PKEY_generate(ctx.get(), &key) <= 0)
-        fail("cannot generate an RSA key");
+        throwSslError("cannot generate an RSA key");
     return PkeyPtr(key);
 }
 
@@ -74,7 +62,7 @@ PkeyPtr privateKeyFromPem(const std::string &pem)
                                                   &BIO_free);
     PkeyPtr key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr) : nullptr);
     if (!key)
-        fail("cannot read the private key");
+        throwSslError("cannot read the private key");
     return key;
 }
 
@@ -83,7 +71,7 @@ std::string publicKeyBase64(EVP_PKEY *key)
     unsigned char *der = nullptr;
     const int length = i2d_PUBKEY(key, &der);
     if (length <= 0)
-        fail("cannot encode the public key");
+        throwSslError("cannot encode the public key");
     const std::string bytes(reinterpret_cast<const char *>(der), static_cast<std::size_t>(length));
     OPENSSL_free(der);
     return base64Encode(bytes);
@@ -188,7 +176,7 @@ std::string hmacSha256Hex(const std::string &key, const std::string &message)
     unsigned int length = 0;
     if (!HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
               reinterpret_cast<const unsigned char *>(message.data()), message.size(), digest, &length))
-        fail("cannot compute an HMAC");
+        throwSslError("cannot compute an HMAC");
     static const char digits[] = "0123456789abcdef";
     std::string hex;
     for (unsigned int i = 0; i < length; ++i) {
@@ -202,7 +190,7 @@ std::string randomHex(std::size_t bytes)
 {
     std::vector<unsigned char> data(bytes);
     if (RAND_bytes(data.data(), static_cast<int>(bytes)) != 1)
-        fail("no random bytes");
+        throwSslError("no random bytes");
     static const char digits[] = "0123456789abcdef";
     std::string hex;
     for (unsigned char b : data) {
@@ -216,7 +204,7 @@ std::uint32_t randomBelow(std::uint32_t bound)
 {
     std::uint32_t value = 0;
     if (RAND_bytes(reinterpret_cast<unsigned char *>(&value), sizeof value) != 1)
-        fail("no random bytes");
+        throwSslError("no random bytes");
     return value % bound; // the bias is far below anything a test could see
 }
 

@@ -174,6 +174,16 @@ Reply textReply(int status, std::string body, std::string contentType = jsonType
     return r;
 }
 
+// A control request's body; a body that is not JSON is the caller's mistake.
+Json parseBody(const httplib::Request &req)
+{
+    try {
+        return Json::parse(req.body);
+    } catch (const Json::exception &e) {
+        throw std::invalid_argument(std::string("the body is not JSON: ") + e.what());
+    }
+}
+
 Reply jsonReply(int status, const Json &j)
 {
     return textReply(status, dumpJson(j));
@@ -562,17 +572,10 @@ Reply Server::Private::control(const httplib::Request &req)
 {
     const std::string &path = req.path;
     const std::string &method = req.method;
-    auto parseBody = [&req]() {
-        try {
-            return Json::parse(req.body);
-        } catch (const Json::exception &e) {
-            throw std::invalid_argument(std::string("the body is not JSON: ") + e.what());
-        }
-    };
     try {
         if (path == "/control/faults") {
             if (method == "POST")
-                faults.add(parseBody());
+                faults.add(parseBody(req));
             else if (method == "DELETE")
                 faults.clear();
             else if (method != "GET")
@@ -582,7 +585,7 @@ Reply Server::Private::control(const httplib::Request &req)
         if (path == "/control/media") {
             if (method != "POST")
                 return plainStatus(405);
-            return jsonReply(200, scenario.changeMedia(parseBody()));
+            return jsonReply(200, scenario.changeMedia(parseBody(req)));
         }
         if (path == "/control/codes") {
             if (method != "GET")
@@ -596,7 +599,7 @@ Reply Server::Private::control(const httplib::Request &req)
         }
         if (path == "/control/gateway") {
             if (method == "POST")
-                login.setOverrides(parseBody());
+                login.setOverrides(parseBody(req));
             else if (method == "DELETE")
                 login.clearOverrides();
             else if (method != "GET")
@@ -626,16 +629,9 @@ Reply Server::Private::mqttControl(const httplib::Request &req)
 {
     const std::string &path = req.path;
     const std::string &method = req.method;
-    auto parseBody = [&req]() {
-        try {
-            return Json::parse(req.body);
-        } catch (const Json::exception &e) {
-            throw std::invalid_argument(std::string("the body is not JSON: ") + e.what());
-        }
-    };
     if (path == "/control/mqtt") {
         if (method == "POST") {
-            const Json body = parseBody();
+            const Json body = parseBody(req);
             if (!body.is_object())
                 throw std::invalid_argument("the body must be an object");
             if (body.contains("answerBinding")) {
@@ -670,14 +666,14 @@ Reply Server::Private::mqttControl(const httplib::Request &req)
         if (method != "POST")
             return plainStatus(405);
         try {
-            return jsonReply(200, devices.send(parseBody()));
+            return jsonReply(200, devices.send(parseBody(req)));
         } catch (const std::runtime_error &e) {
             return jsonReply(502, Json{{"code", 502}, {"msg", e.what()}});
         }
     }
     if (path == "/control/mqtt/auth") {
         if (method == "POST")
-            messaging.setControl(parseBody());
+            messaging.setControl(parseBody(req));
         else if (method == "DELETE")
             messaging.clear();
         else if (method != "GET")
