@@ -10,6 +10,7 @@
 // client process used is shown too: on a busy machine it says more than the wall clock.
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/protocol/filedownloader.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/workerpool.h"
@@ -207,11 +208,12 @@ void printThroughput(const char *who, const std::vector<double> &seconds, const 
 double timeRefresh(HttpClientWrapper &http, const std::shared_ptr<WorkerPool> &pool, const QString &host)
 {
     // A controller adds a material it already knows only once, so every run gets a new one.
-    auto controller = std::make_shared<CloudMaterialController>(&http);
+    CurrentNode node;
+    node.set(host.toStdString(), "bench");
+    auto controller = std::make_shared<CloudMaterialController>(&http, &node);
     controller->init();
     controller->setWorkerPool(pool);
     controller->setToken(token);
-    controller->setNode(host.toStdString());
 
     QEventLoop loop;
     QElapsedTimer timer;

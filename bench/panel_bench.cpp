@@ -195,7 +195,7 @@ int main(int argc, char **argv)
     const int runs = std::max(1, parser.value(runsOption).toInt());
 
     TranslateManager::instance().setLanguage("en");
-    auto controller = std::make_shared<CloudMaterialController>(nullptr);
+    auto controller = std::make_shared<CloudMaterialController>(nullptr, nullptr);
     controller->setToken("bench");
     controller->setCloudMaterialFolderPath(QDir::tempPath().toStdString());
     std::unique_ptr<QWidget> owner(controller->listWidget());

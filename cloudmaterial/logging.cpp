@@ -1,6 +1,22 @@
 #include "cloudmaterial/logging.h"
 
+#include <atomic>
+
 namespace talvor::cloudmaterial::logging {
+
+namespace {
+std::atomic<bool> enabled{true};
+}
+
+bool isEnabled()
+{
+    return enabled.load(std::memory_order_acquire);
+}
+
+void disable()
+{
+    enabled.store(false, std::memory_order_release);
+}
 
 std::string_view baseName(std::string_view path)
 {

@@ -24,10 +24,20 @@ std::string locationSuffix(const SourceLocation &where);
 /** The file's name without folders and extension, as the suffix names it. */
 std::string_view baseName(std::string_view path);
 
+/**
+ * False once the module has torn down at exit: the host's logging service may be destroyed
+ * before the module's last objects, so nothing is written through it after that.
+ */
+bool isEnabled();
+/** Called by the module's teardown; any thread may log until then. */
+void disable();
+
 template<typename... Args>
 void write(spdlog::level::level_enum level, const SourceLocation &where,
            fmt::format_string<Args...> format, Args &&...args)
 {
+    if (!isEnabled())
+        return;
     const auto logger = PW::SpdlogApplication::instance().logger();
     if (!logger->should_log(level))
         return;

@@ -5,6 +5,8 @@
 #include "cloudmaterial/devicebinding/devicebinding.h"
 #include "cloudmaterial/devicebinding/devicebindingcontroller.h"
 #include "cloudmaterial/configstore.h"
+#include "cloudmaterial/currentnode.h"
+#include "cloudmaterial/sessionticket.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/login/nodesjson.h"
@@ -23,15 +25,53 @@
 #include <QSettings>
 #include <QUuid>
 
-#include <mutex>
 
 Q_LOGGING_CATEGORY(lcController, "rxcm.controller", QtInfoMsg)
 
 namespace talvor::cloudmaterial {
 
+namespace {
+
+const std::string productCode = "100001";
+
+BindingAccountJson requestPlayerAuth(HttpClientWrapper &http, const std::string &nodeHost, const std::string &token)
+{
+    const std::string url = "https://" + nodeHost + "/gateway/apis?cirro=" + base64Encode("v1/web-backend-service/player/auth");
+    const HttpReply reply = http.get(url, {{"authorization", token}}, true);
+    BindingAccountJson account;
+    ajson::load_from_buff_nothrow(account, reply.body.c_str(), reply.body.size());
+    return account;
+}
+
+bool isComplete(const BindingAccountJson &account)
+{
+    return !account.value.cirro.username.empty() && !account.value.cirro.password.empty();
+}
+
+} // namespace
+
 class MainController::Private
 {
 public:
+    // What the messaging start needs, copied on the Qt thread when it is queued.
+    struct MessagingStart
+    {
+        SessionTicket ticket;
+        std::string nodeHost;
+        std::string nodeIdentity;
+        std::string token;
+        std::string serialNumber;
+        std::string controlUrl; // of the global DNS entry
+    };
+    // What it hands back to the Qt thread.
+    struct MessagingAccount
+    {
+        std::string clientId;
+        std::string brokerUrl;
+        std::string username;
+        std::string password;
+    };
+
     explicit Private(MainController *q)
         : q(q)
     {
@@ -42,22 +82,38 @@ public:
     void applyDialogStyleSheets();
     void connectLogin();
     void connectDevices();
-    // The node and identity of a saved session become the current ones.
+    // The node of a saved session becomes the current one.
     void adoptSessionNode(const TokenInfoJson &session)
     {
         login.resetNodeState();
         login.restoreSession();
-        currentNode = session.currentNode;
-        currentNodeIdentity = session.currentNodeIdentity;
-        materials->setNode(session.currentNode);
+        node.set(session.currentNode, session.currentNodeIdentity);
     }
+    void beginSession() { session.begin(); }
+    // Logout, unbinding or clear(): whatever was started for the session stops here.
+    void endSession()
+    {
+        session.end();
+        messaging.end();
+        devices.clear();
+        materials->clear();
+    }
+    void startMessaging();
+    // Worker thread: the blocking steps of the messaging start; only copies and the HTTP client.
+    void handleMqtt(const MessagingStart &start);
     // One wrap-encrypt-send of the key message to one authentication endpoint.
-    std::string requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage);
+    std::string requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage,
+                                   const std::string &token);
+    // Qt thread: the account arrived; binds unless the start was ended meanwhile.
+    void bind(const MessagingStart &start, const MessagingAccount &account);
+    void tearDown();
 
+    // Declared first: the parts below read it.
+    CurrentNode node;
     std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
     HttpClientWrapper http{pool};
-    LoginController login{&http};
-    std::shared_ptr<CloudMaterialController> materials = std::make_shared<CloudMaterialController>(&http);
+    LoginController login{&http, &node};
+    std::shared_ptr<CloudMaterialController> materials = std::make_shared<CloudMaterialController>(&http, &node);
     DeviceBindingController devices;
     DeviceBinding binding{&devices};
 
@@ -68,15 +124,14 @@ public:
 
     QString styleSheet; // the module's part of the application style sheet
     std::string currentLanguage = "cn";
-    std::string currentNode;
-    std::string currentNodeIdentity;
     std::string serialNumber;
-
-    // Settings kept here until the parts that use them take them over.
-    mutable std::mutex settingsMutex; // read by the worker thread's messaging start
     std::string appVersion;
     std::string deviceName;
     int volume = 0;
+
+    Session session;   // logged in: from a login or a resumed session to its end
+    Session messaging; // the newest messaging start; a newer one or the session's end ends it
+    bool closed = false; // torn down at exit
 
     MainController *const q;
 };
@@ -103,29 +158,20 @@ void MainController::Private::applyDialogStyleSheets()
 
 void MainController::Private::connectLogin()
 {
+    // The login writes the current node itself; the token goes to the catalogue.
     QObject::connect(&login, &LoginController::tokenChanged, q,
                      [this](const std::string &token) { materials->setToken(token); });
-    QObject::connect(&login, &LoginController::sigCurrentNodeChanged, q,
-                     [this](const QString &node, const QString &identity) {
-                         currentNode = node.toStdString();
-                         currentNodeIdentity = identity.toStdString();
-                         materials->setNode(currentNode);
-                     });
     QObject::connect(&login, &LoginController::sigLoginSucceeded, q, [this] {
+        if (closed)
+            return;
         const TokenInfoJson session = ConfigStore::instance().tokenInfo();
-        // The node the login used is the one the catalogue and the player authorization use.
-        if (!session.currentNode.empty()) {
-            currentNode = session.currentNode;
-            currentNodeIdentity = session.currentNodeIdentity;
-            materials->setNode(session.currentNode);
-        }
+        beginSession();
         Q_EMIT q->loginSuccess(session.username);
         materials->requestRefresh(true);
     });
     QObject::connect(&login, &LoginController::sigLogoutSucceeded, q, [this] {
         Q_EMIT q->exitLoginSuccess();
-        binding.stop();
-        materials->clear();
+        endSession();
     });
 }
 
@@ -134,15 +180,30 @@ void MainController::Private::connectDevices()
     // The cloud removed this device from the account: log the user out everywhere.
     QObject::connect(&devices, &DeviceBindingController::sigLogout, q, [this] {
         Q_EMIT q->exitLoginSuccess();
-        materials->clear();
         Q_EMIT login.tokenChanged(std::string());
-        binding.stop();
+        endSession();
         ConfigStore::instance().setTokenInfo(TokenInfoJson());
         login.resetNodeState();
     });
 }
 
-std::string MainController::Private::requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage)
+void MainController::Private::startMessaging()
+{
+    if (closed)
+        return;
+    MessagingStart start;
+    // The newest start wins: one still queued or running for an older one stops at its next step.
+    start.ticket = messaging.begin();
+    start.nodeHost = node.host();
+    start.nodeIdentity = node.identity();
+    start.token = ConfigStore::instance().tokenInfo().auth;
+    start.controlUrl = ConfigStore::instance().config().mqttControl;
+    start.serialNumber = serialNumber;
+    pool->enqueue([this, start] { handleMqtt(start); });
+}
+
+std::string MainController::Private::requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage,
+                                                        const std::string &token)
 {
     const std::string pem = "-----BEGIN PUBLIC KEY-----\n" + endpoint.publicKey + "\n-----END PUBLIC KEY-----";
     DeviceCreditRequest request;
@@ -152,12 +213,98 @@ std::string MainController::Private::requestMqttAccount(const DnsEndpoint &endpo
         return {};
     ajson::string_stream body;
     ajson::save_to(body, request);
-    const HttpReply reply = login.authenticatedPost(endpoint.mqttAuthUrl, body.str());
+    const HttpReply reply = LoginController::authenticatedPost(http, endpoint.mqttAuthUrl, body.str(), token);
     if (!reply.ok)
         return {};
     MqttAuthReply parsed;
     ajson::load_from_buff_nothrow(parsed, reply.body.c_str(), reply.body.size());
     return parsed.data;
+}
+
+void MainController::Private::handleMqtt(const MessagingStart &start)
+{
+    if (!start.ticket.isLive())
+        return;
+    const std::string clientId = QUuid::createUuid().toString().toStdString();
+    RXCM_LOG_INFO("mqtt client id: {}", clientId);
+    if (start.nodeIdentity.empty()) {
+        RXCM_LOG_ERROR("_currentNodeIdentity is empty, mqtt create fail!!!");
+        return;
+    }
+    const GlobalDNSJson dns = LoginController::getGlobalDnsAddr(http, start.controlUrl);
+    if (!start.ticket.isLive())
+        return;
+
+    std::string key;
+    try {
+        key = generateAesKey(256);
+    } catch (const std::exception &e) {
+        RXCM_LOG_ERROR("generateAesKey exception: {}", e.what());
+        return;
+    }
+    // The key message expires 6 s after it is made.
+    const std::string keyMessage = productCode + "||" + base64Encode(key) + "||"
+        + std::to_string(QDateTime::currentMSecsSinceEpoch() + 6000);
+
+    std::string encryptedAccount = requestMqttAccount(dns.data.main, keyMessage, start.token);
+    if (encryptedAccount.empty() && !dns.data.slave.empty() && start.ticket.isLive())
+        encryptedAccount = requestMqttAccount(dns.data.slave.front(), keyMessage, start.token);
+    if (!start.ticket.isLive())
+        return;
+
+    std::string plain;
+    try {
+        plain = aesEcbDecrypt(base64Decode(encryptedAccount), key);
+    } catch (const std::exception &e) {
+        RXCM_LOG_ERROR("aesEcbDecrypt exception: {}", e.what());
+        return;
+    }
+    RXCM_LOG_INFO("MQTT: {}", plain);
+    MqttAccountJson mqtt;
+    ajson::load_from_buff_nothrow(mqtt, plain.c_str(), plain.size());
+
+    MessagingAccount account{clientId, mqtt.url, mqtt.username, mqtt.password};
+    const BindingAccountJson binding = requestPlayerAuth(http, start.nodeHost, start.token);
+    if (isComplete(binding)) {
+        account.username = binding.value.cirro.username;
+        account.password = binding.value.cirro.password;
+    }
+    if (!start.ticket.isLive())
+        return;
+    // The MQTT client and its handlers belong to the Qt thread.
+    QMetaObject::invokeMethod(q, [this, start, account] { bind(start, account); }, Qt::QueuedConnection);
+}
+
+void MainController::Private::bind(const MessagingStart &start, const MessagingAccount &account)
+{
+    if (closed || !start.ticket.isLive())
+        return;
+    binding.setSerialNumber(start.serialNumber);
+    binding.setClientId(account.clientId);
+    binding.setProductCode(productCode);
+    binding.setBrokerUrl(account.brokerUrl);
+    devices.setUserName(account.username);
+    devices.setPassword(account.password);
+    binding.bind();
+}
+
+// Runs while the application, and so the host's logger, still exist; afterwards the module
+// neither logs nor sends anything.
+void MainController::Private::tearDown()
+{
+    if (closed)
+        return;
+    closed = true;
+    session.end();
+    messaging.end();
+    materials->shutdown();
+    // Calls in flight return at once; the worker's network access manager goes on the worker.
+    http.shutdown();
+    devices.clear();
+    // What is still queued sees its ended session or the closed HTTP client, and returns.
+    pool->stop();
+    login.releaseWidgets();
+    logging::disable();
 }
 
 MainController &MainController::instance()
@@ -174,14 +321,21 @@ MainController::MainController()
     d->connectLogin();
     d->connectDevices();
     d->applyDialogStyleSheets();
-    // This singleton outlives QApplication (static destruction), but widgets must not:
-    // the application's destructor runs post routines while widgets can still be deleted.
-    qAddPostRoutine(&MainController::releaseWidgets);
+    // This singleton outlives QApplication (static destruction), but the threads, the MQTT
+    // session and the widgets must not: the application's destructor runs post routines
+    // while the host's logger and the application still exist.
+    qAddPostRoutine(&MainController::tearDown);
     connect(d->materials.get(), &CloudMaterialController::sigDownloadSuccess, this,
             &MainController::sigDownloadSuccess);
 }
 
-MainController::~MainController() = default;
+MainController::~MainController()
+{
+    // Without an application's post routine (none was made, or it never ended) the host's
+    // logger may already be gone: tear down without a word.
+    logging::disable();
+    d->tearDown();
+}
 
 void MainController::setRXRuntime(IRXRuntime *runtime, MultimachineProxyClient *client,
                                   MultimachineProxyServer *server)
@@ -200,29 +354,20 @@ void MainController::setAppConfigPath(const std::string &path)
 
 void MainController::setAppVersion(const std::string &version)
 {
-    {
-        std::lock_guard<std::mutex> lock(d->settingsMutex);
-        d->appVersion = version;
-    }
+    d->appVersion = version;
     d->devices.setSoftwareMainVersion(version);
 }
 
 void MainController::setDeviceName(const std::string &name)
 {
-    {
-        std::lock_guard<std::mutex> lock(d->settingsMutex);
-        d->deviceName = name;
-    }
+    d->deviceName = name;
     d->devices.setDeviceName(name);
     d->devices.setCustomDeviceName(name);
 }
 
 void MainController::setSerialNumber(const std::string &serialNumber)
 {
-    {
-        std::lock_guard<std::mutex> lock(d->settingsMutex);
-        d->serialNumber = serialNumber;
-    }
+    d->serialNumber = serialNumber;
     d->login.setSerialNumber(serialNumber);
 }
 
@@ -252,10 +397,7 @@ void MainController::setCloudMaterialFolderPath(const std::string &path)
 
 void MainController::updateVolume(int volume)
 {
-    {
-        std::lock_guard<std::mutex> lock(d->settingsMutex);
-        d->volume = volume;
-    }
+    d->volume = volume;
     d->devices.setVolume(volume);
     if (d->devices.isBound())
         d->devices.reportVolumeInfo();
@@ -268,10 +410,12 @@ void MainController::setStarDragCallback(const StarDragCallback &callback)
 
 void MainController::login()
 {
+    if (d->closed)
+        return;
     d->login.resetNodeState();
     const TokenInfoJson session = ConfigStore::instance().tokenInfo();
     if (!session.currentNodeIdentity.empty() && !session.currentNode.empty())
-        d->materials->setNode(session.currentNode);
+        d->node.set(session.currentNode, session.currentNodeIdentity);
     d->login.setLanguage(d->currentLanguage);
     d->login.prepareLogin();
     d->login.showLoginDialog();
@@ -279,14 +423,16 @@ void MainController::login()
 
 bool MainController::autoLogin()
 {
+    if (d->closed)
+        return false;
     const TokenInfoJson session = ConfigStore::instance().tokenInfo();
     if (session.auth.empty())
         return false;
     d->adoptSessionNode(session);
 
-    const BindingAccountJson account = playerAuth(session.auth);
-    if (account.value.cirro.username.empty() || account.value.cirro.password.empty())
+    if (!isComplete(playerAuth(session.auth)))
         return false;
+    d->beginSession();
     Q_EMIT loginSuccess(session.username);
     Q_EMIT d->login.tokenChanged(session.auth);
     d->materials->requestRefresh(true);
@@ -295,12 +441,7 @@ bool MainController::autoLogin()
 
 BindingAccountJson MainController::playerAuth(const std::string &token)
 {
-    const std::string url = "https://" + d->currentNode + "/gateway/apis?cirro="
-        + base64Encode("v1/web-backend-service/player/auth");
-    const HttpReply reply = d->http.get(url, {{"authorization", token}}, true);
-    BindingAccountJson account;
-    ajson::load_from_buff_nothrow(account, reply.body.c_str(), reply.body.size());
-    return account;
+    return requestPlayerAuth(d->http, d->node.host(), token);
 }
 
 void MainController::exitLoginVerify()
@@ -320,7 +461,7 @@ void MainController::loadTheme(const std::string &themeFile)
 
 void MainController::clear()
 {
-    d->devices.clear();
+    d->endSession();
 }
 
 bool MainController::isNetworkAvailable() const
@@ -333,9 +474,9 @@ bool MainController::isNetworkAvailable() const
     QT_WARNING_POP
 }
 
-void MainController::releaseWidgets()
+void MainController::tearDown()
 {
-    instance().d->login.releaseWidgets();
+    instance().d->tearDown();
 }
 
 void MainController::startMqttFromSavedSession()
@@ -346,63 +487,7 @@ void MainController::startMqttFromSavedSession()
 
 void MainController::startMqtt()
 {
-    d->pool->enqueue([this] { handleMqtt(); });
-}
-
-void MainController::handleMqtt()
-{
-    static const std::string productCode = "100001";
-
-    d->binding.setSerialNumber(serialNumber());
-    const std::string identity = d->login.currentNodeIdentity().empty() ? d->currentNodeIdentity
-                                                                         : d->login.currentNodeIdentity();
-    const std::string clientId = QUuid::createUuid().toString().toStdString();
-    RXCM_LOG_INFO("mqtt client id: {}", clientId);
-    d->binding.setClientId(clientId);
-    d->binding.setProductCode(productCode);
-
-    if (identity.empty()) {
-        RXCM_LOG_ERROR("_currentNodeIdentity is empty, mqtt create fail!!!");
-        return;
-    }
-    const GlobalDNSJson dns = d->login.getGlobalDnsAddr();
-
-    std::string key;
-    try {
-        key = generateAesKey(256);
-    } catch (const std::exception &e) {
-        RXCM_LOG_ERROR("generateAesKey exception: {}", e.what());
-        return;
-    }
-    // The key message expires 6 s after it is made.
-    const std::string keyMessage = productCode + "||" + base64Encode(key) + "||"
-        + std::to_string(QDateTime::currentMSecsSinceEpoch() + 6000);
-
-    std::string encryptedAccount = d->requestMqttAccount(dns.data.main, keyMessage);
-    if (encryptedAccount.empty() && !dns.data.slave.empty())
-        encryptedAccount = d->requestMqttAccount(dns.data.slave.front(), keyMessage);
-
-    std::string plain;
-    try {
-        plain = aesEcbDecrypt(base64Decode(encryptedAccount), key);
-    } catch (const std::exception &e) {
-        RXCM_LOG_ERROR("aesEcbDecrypt exception: {}", e.what());
-        return;
-    }
-    RXCM_LOG_INFO("MQTT: {}", plain);
-    MqttAccountJson account;
-    ajson::load_from_buff_nothrow(account, plain.c_str(), plain.size());
-
-    d->binding.setBrokerUrl(account.url);
-    d->devices.setUserName(account.username);
-    d->devices.setPassword(account.password);
-    const TokenInfoJson session = ConfigStore::instance().tokenInfo();
-    const BindingAccountJson binding = playerAuth(session.auth);
-    if (!binding.value.cirro.username.empty() && !binding.value.cirro.password.empty()) {
-        d->devices.setUserName(binding.value.cirro.username);
-        d->devices.setPassword(binding.value.cirro.password);
-    }
-    d->binding.bind();
+    d->startMessaging();
 }
 
 std::string MainController::token() const
@@ -427,19 +512,16 @@ std::string MainController::currentLanguage() const
 
 std::string MainController::serialNumber() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     return d->serialNumber;
 }
 
 std::string MainController::appVersion() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     return d->appVersion;
 }
 
 std::string MainController::deviceName() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     return d->deviceName;
 }
 
@@ -450,7 +532,6 @@ std::string MainController::cloudMaterialFolderPath() const
 
 int MainController::volume() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     return d->volume;
 }
 

@@ -26,6 +26,11 @@ class WorkerPool;
  * The module's central controller: owns every other part of the module and ties them
  * together. Hosts normally call MainControllerWrapper, which applies the machine's role
  * in a group of machines before passing calls on to this class.
+ *
+ * Owned by the Qt (GUI) thread, like everything it owns but the worker pool's thread; every
+ * call belongs on that thread. A login or resumed session starts a session, clear(), a logout
+ * and the cloud's unbinding end it; work of an ended session sends and signals nothing. At the
+ * application's exit (its post routines) the module stops its MQTT session and threads.
  */
 class RXCLOUDMATERIAL_EXPORT MainController : public QObject
 {
@@ -56,7 +61,10 @@ public:
     void loadTheme(const std::string &themeFile);
     void clear();
     bool isNetworkAvailable() const;
-    /** Starts cloud messaging on the worker thread and returns at once. */
+    /**
+     * Starts cloud messaging and returns at once: the worker thread fetches the messaging
+     * account, the Qt thread then binds. A newer start, or the session's end, stops this one.
+     */
     void startMqtt();
     /**
      * Starts cloud messaging on a group's proxy server, which never logs in itself: the node
@@ -93,8 +101,7 @@ Q_SIGNALS:
 
 private:
     MainController();
-    void handleMqtt();
-    static void releaseWidgets();
+    static void tearDown();
 
     class Private;
     std::unique_ptr<Private> const d;

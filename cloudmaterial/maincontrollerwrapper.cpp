@@ -6,7 +6,22 @@
 
 #include <irxruntime/irxruntime.h>
 
+#include <vector>
+
 namespace talvor::cloudmaterial {
+
+namespace {
+
+// The proxies stay for the life of the process: the host's channel may still hold their
+// handlers, and the runtime may be gone by the time statics are destroyed, so nothing may
+// remove them. Held here, never freed, they are kept rather than lost.
+std::vector<QObject *> &keptProxies()
+{
+    static auto *proxies = new std::vector<QObject *>;
+    return *proxies;
+}
+
+} // namespace
 
 class MainControllerWrapper::Private : public QObject
 {
@@ -59,14 +74,12 @@ MainControllerWrapper::~MainControllerWrapper() = default;
 void MainControllerWrapper::setRXRuntime(IRXRuntime *runtime)
 {
     d->runtime = runtime;
-    // The proxies stay for the life of the process: the host's channel may still hold
-    // their handlers, and the runtime may be gone by the time statics are destroyed.
     d->proxyClient = nullptr;
     d->proxyServer = nullptr;
     if (runtime && runtime->isProxyClient())
-        d->proxyClient = new MultimachineProxyClient(runtime);
+        keptProxies().push_back(d->proxyClient = new MultimachineProxyClient(runtime));
     else if (runtime && runtime->isProxyServer())
-        d->proxyServer = new MultimachineProxyServer(runtime);
+        keptProxies().push_back(d->proxyServer = new MultimachineProxyServer(runtime));
     d->controller->setRXRuntime(runtime, d->proxyClient, d->proxyServer);
 }
 

@@ -59,12 +59,19 @@ WorkerPool::WorkerPool(std::size_t threadCount)
 
 WorkerPool::~WorkerPool()
 {
+    stop();
+}
+
+void WorkerPool::stop()
+{
     {
         std::lock_guard<std::mutex> lock(d->queue->mutex);
         d->queue->stopping = true;
     }
     d->queue->wakeUp.notify_all();
     for (auto &thread : d->threads) {
+        if (!thread.joinable())
+            continue;
         // A task that drops the last reference to the pool cannot join its own thread.
         if (thread.get_id() == std::this_thread::get_id())
             thread.detach();
@@ -79,6 +86,9 @@ std::future<void> WorkerPool::enqueue(std::function<void()> task)
     auto future = packaged.get_future();
     {
         std::lock_guard<std::mutex> lock(d->queue->mutex);
+        // Once stopped, no thread would ever run it: the dropped task breaks its promise.
+        if (d->queue->stopping)
+            return future;
         d->queue->tasks.push_back(std::move(packaged));
     }
     d->queue->wakeUp.notify_one();

@@ -15,6 +15,9 @@
 #include <QMutex>
 #include <QTemporaryDir>
 
+#include <atomic>
+#include <thread>
+
 using namespace talvor::cloudmaterial;
 
 static constexpr int fileSize = 300000;
@@ -145,6 +148,43 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(folder + "/a.bin.temp"));
         QVERIFY(ModuleLog::count(log, spdlog::level::err, line, "filedownloader:createFolder") >= 2);
         QVERIFY(takeLines().contains("W open file error: " + folder + "/a.bin.temp"));
+    }
+
+    void stop_data()
+    {
+        QTest::addColumn<bool>("beforeTheRequest");
+        QTest::newRow("before the request") << true;
+        QTest::newRow("during the transfer") << false;
+    }
+
+    // A stopped transfer is no failed one: it leaves nothing behind, and it stops soon, from any thread.
+    void stop()
+    {
+        QFETCH(bool, beforeTheRequest);
+        // Ten seconds unless stopped.
+        QVERIFY(m_sim.addFault({{"kind", "slow"}, {"path", "/files/a.bin"}, {"bytes_per_second", fileSize / 10}}));
+        const QString target = m_dir->filePath("a.bin");
+        std::atomic<bool> stopNow{beforeTheRequest};
+        bool stopped = false;
+        DownloadStatus status = Allowed;
+        WorkerPool().enqueue([&] {
+            FileDownloader downloader;
+            downloader.setStopCondition([&] { return stopNow.load(); });
+            std::thread stopper;
+            QObject::connect(&downloader, &FileDownloader::progress, &downloader, [&] {
+                if (!stopper.joinable())
+                    stopper = std::thread([&] { stopNow = true; });
+            });
+            status = downloader.download(url("a.bin"), target);
+            stopped = downloader.wasStopped();
+            if (stopper.joinable())
+                stopper.join();
+        }).get();
+        QCOMPARE(status, Failed);
+        QVERIFY(stopped);
+        QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList());
+        QCOMPARE(rangesSent(), beforeTheRequest ? QStringList() : QStringList{"bytes=0-"});
+        QCOMPARE(takeLines(), beforeTheRequest ? QStringList() : QStringList{"I download stopped: " + QString::fromStdString(url("a.bin"))});
     }
 
 private:

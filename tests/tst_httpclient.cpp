@@ -155,6 +155,28 @@ private Q_SLOTS:
         QVERIFY2(bothElapsed < 60000 && bothElapsed < getElapsed + postElapsed, qPrintable(QString::number(bothElapsed)));
     }
 
+    // Teardown at exit: a worker's call waiting on a silent server ends at once, not at its
+    // time-out, and nothing is sent afterwards. Last: it leaves the client shut.
+    void shutdownEndsCallsInFlight()
+    {
+        QVERIFY(m_sim.addFault({{"kind", "hang"}, {"prefix", "/hang/"}}));
+        const std::string url = m_sim.url(QStringLiteral("/hang/get")).toStdString();
+        LogCapture log;
+        HttpReply got{true, "unset"};
+        auto done = m_pool->enqueue([&] { got = m_client->get(url, {}, true); });
+        QTRY_COMPARE(m_sim.requests().size(), 1);
+        m_client->shutdown();
+        QCOMPARE(done.wait_for(std::chrono::seconds(0)), std::future_status::ready); // shutdown waited for it
+        QVERIFY(!got.ok && got.body.empty());
+        QVERIFY(log.lines().empty()); // ended by the teardown, not by the limit
+        // Later calls, from either thread, send nothing.
+        const std::string echo = m_sim.url(QStringLiteral("/echo")).toStdString();
+        QVERIFY(!m_client->post(echo, {}, "{}", true).ok);
+        m_pool->enqueue([&] { got = m_client->get(echo, {}, true); }).wait();
+        QVERIFY(!got.ok);
+        QCOMPARE(m_sim.requests().size(), 1);
+    }
+
 private:
     CloudSim m_sim;
     std::shared_ptr<WorkerPool> m_pool;

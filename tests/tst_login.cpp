@@ -3,6 +3,7 @@
 // the session a login writes, the second factor of a new device, and the dialogs' wiring.
 
 #include "cloudmaterial/configstore.h"
+#include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/logindlalog.h"
@@ -158,6 +159,7 @@ private:
     QByteArray runningScenario;
     std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
     HttpClientWrapper http{pool};
+    CurrentNode node;
     std::unique_ptr<QTemporaryDir> folder;
     std::unique_ptr<LoginController> controller;
 };
@@ -168,7 +170,7 @@ void TestLogin::init()
     folder = std::make_unique<QTemporaryDir>();
     ConfigStore::instance().setConfigPath(folder->path().toStdString());
     QVERIFY(useCloud(scenario()));
-    controller = std::make_unique<LoginController>(&http);
+    controller = std::make_unique<LoginController>(&http, &node);
     controller->selectNode(cloud.host(), QStringLiteral("cn-1"));
 }
 

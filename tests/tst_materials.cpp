@@ -3,6 +3,8 @@
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
+#include "cloudmaterial/currentnode.h"
+#include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
@@ -14,8 +16,10 @@
 
 #include <QtTest>
 
+#include <QDirIterator>
+
 #include <algorithm>
-#include <thread>
+#include <future>
 
 using namespace talvor::cloudmaterial;
 
@@ -34,12 +38,41 @@ QByteArray scenario(const QJsonArray &media, const QJsonValue &status = QStringL
     return QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson();
 }
 
-int catalogueRequests(CloudSim &cloud)
+int requestsTo(CloudSim &cloud, const QString &prefix)
 {
     int n = 0;
     for (const auto &request : cloud.requests())
-        n += request.toObject().value("path").toString().startsWith(QStringLiteral("/gateway/cirro"));
+        n += request.toObject().value("path").toString().startsWith(prefix);
     return n;
+}
+
+int catalogueRequests(CloudSim &cloud)
+{
+    return requestsTo(cloud, QStringLiteral("/gateway/cirro"));
+}
+
+// Every file under a folder, hidden ones and those in sub-folders included, relative to it.
+QStringList filesUnder(const QString &folder)
+{
+    QStringList files;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files << QDir(folder).relativeFilePath(it.next());
+    files.sort();
+    return files;
+}
+
+// The thread of each file look-up the controller logs ("looking for <path>", debug level).
+QMutex lookupsMutex;
+std::vector<std::pair<QString, QThread *>> lookups;
+QtMessageHandler previousHandler = nullptr;
+void recordLookups(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (message.startsWith(QLatin1String("looking for "))) {
+        QMutexLocker lock(&lookupsMutex);
+        lookups.emplace_back(message.mid(12), QThread::currentThread());
+    }
+    previousHandler(type, context, message);
 }
 
 // The ids that a spy's signals carried, in order or sorted; each signal must carry exactly one.
@@ -47,6 +80,10 @@ std::vector<std::string> ids(const QSignalSpy &spy, bool sorted = false)
 {
     std::vector<std::string> out;
     for (const auto &args : spy) {
+        if (args.at(0).canConvert<std::string>()) {
+            out.push_back(args.at(0).value<std::string>());
+            continue;
+        }
         std::vector<std::string> one = args.at(0).value<std::vector<std::string>>();
         for (const auto &row : args.at(0).value<std::vector<CloudMaterialModel>>())
             one.push_back(row.mid);
@@ -76,6 +113,13 @@ private Q_SLOTS:
     void download_data();
     void download();
     void overlappingRefreshesRunOnce();
+    void oneDownloadPerMaterial();
+    void endedSessionSignalsNothing_data();
+    void endedSessionSignalsNothing();
+    void shutdownStopsTransfers_data();
+    void shutdownStopsTransfers();
+    void lookupsRunOffTheGuiThread_data();
+    void lookupsRunOffTheGuiThread();
 
 private:
     std::shared_ptr<CloudMaterialController> makeController();
@@ -83,6 +127,7 @@ private:
 
     CloudSim cloud;
     std::shared_ptr<WorkerPool> pool;
+    CurrentNode node;
     std::unique_ptr<HttpClientWrapper> http;
     std::unique_ptr<QTemporaryDir> folder;
 };
@@ -95,11 +140,11 @@ void TestMaterials::initTestCase()
 
 std::shared_ptr<CloudMaterialController> TestMaterials::makeController()
 {
-    auto controller = std::make_shared<CloudMaterialController>(http.get());
+    node.set(cloud.host().toStdString(), "node-1");
+    auto controller = std::make_shared<CloudMaterialController>(http.get(), &node);
     controller->init();
     controller->setWorkerPool(pool);
     controller->setToken(token);
-    controller->setNode(cloud.host().toStdString());
     controller->setCloudMaterialFolderPath(folder->path().toStdString());
     return controller;
 }
@@ -253,8 +298,8 @@ void TestMaterials::download()
     wrapper.setCloudMaterialFolderPath(inner.toStdString());
     auto controller = MainController::instance().materialController();
     controller->clear(); // whatever an earlier row left
+    MainController::instance().loginController().selectNode(cloud.host(), "node-1");
     controller->setToken(token);
-    controller->setNode(cloud.host().toStdString());
     QSignalSpy hostSignal(&wrapper, &MainControllerWrapper::sigDownloadSuccess);
     QSignalSpy states(controller.get(), &CloudMaterialController::materialDownloadStatusChanged);
     QSignalSpy progress(controller.get(), &CloudMaterialController::materialDownloadProgress);
@@ -303,20 +348,247 @@ void TestMaterials::overlappingRefreshesRunOnce()
     // The catalogue trickles in, so the first refresh is still running when the second starts.
     QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/gateway/"}, {"bytes_per_second", 1000}}));
     auto controller = makeController();
+    // Another controller on threads of its own: the guard is one per process.
+    auto other = makeController();
+    auto otherPool = std::make_shared<WorkerPool>(1);
+    other->setWorkerPool(otherPool);
     QSignalSpy added(controller.get(), &CloudMaterialController::addMaterials);
+    QSignalSpy otherAdded(other.get(), &CloudMaterialController::addMaterials);
 
     auto first = controller->requestRefresh(true);
     QTRY_COMPARE_WITH_TIMEOUT(catalogueRequests(cloud), 1, 30000);
-    std::thread second([&] { controller->refreshMaterialList(true); });
-    second.join(); // returns at once: it never asks the cloud
+    refresh(other); // returns at once: it never asks the cloud
     QCOMPARE(catalogueRequests(cloud), 1);
     QCOMPARE(first.wait_for(std::chrono::seconds(30)), std::future_status::ready);
-    QCOMPARE(added.count(), 2);
+    QCOMPARE(otherAdded.count(), 0);
+    QTRY_COMPARE(added.count(), 2);
 
-    // Once the first has ended, the next one runs.
+    // Once the first has ended (its changes applied), the next one runs.
     QVERIFY(cloud.clearFaults());
-    refresh(controller);
+    refresh(other);
     QCOMPARE(catalogueRequests(cloud), 2);
+    QCOMPARE(otherAdded.count(), 2);
+}
+
+// Download pressed twice on three materials: each is fetched once, intact, and reported once.
+void TestMaterials::oneDownloadPerMaterial()
+{
+    QVERIFY(cloud.start(scenario({medium("m1", "a.bin"), medium("m2", "b.bin"), medium("m3", "c.bin")})));
+    // Slow enough that the second press comes while the first download runs.
+    QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 8000}}));
+    auto controller = makeController();
+    refresh(controller);
+    QVERIFY(cloud.clearRequests());
+    QSignalSpy succeeded(controller.get(), &CloudMaterialController::sigDownloadSuccess);
+    QSignalSpy states(controller.get(), &CloudMaterialController::materialDownloadStatusChanged);
+    LogCapture log;
+
+    const std::vector<std::string> mids{"m1", "m2", "m3"};
+    for (int press = 0; press < 2; ++press) {
+        for (const std::string &mid : mids)
+            controller->downloadMaterial(mid);
+    }
+    for (const std::string &mid : mids)
+        QCOMPARE(log.linesStartingWith(mid + " is being downloaded already").size(), std::size_t(1));
+    QTRY_COMPARE_WITH_TIMEOUT(succeeded.count(), 3, 30000);
+    QCOMPARE(ids(succeeded, true), mids);
+    for (const QString name : {"a.bin", "b.bin", "c.bin"}) {
+        QFile file(folder->filePath(name));
+        QVERIFY(file.open(QIODevice::ReadOnly) && file.readAll() == generatedContent(0, 4000));
+    }
+    QCOMPARE(filesUnder(folder->path()), (QStringList{"a.bin", "b.bin", "c.bin"})); // no ".temp"
+    QCOMPARE(requestsTo(cloud, "/files/m1/"), 1);
+    QCOMPARE(requestsTo(cloud, "/files/m2/"), 1);
+    QCOMPARE(requestsTo(cloud, "/files/m3/"), 1);
+    QCOMPARE(states.count(), 6); // Downloading and Successed, once each
+
+    // A second answer to the same request (the group's channel reaches every machine) is ignored.
+    Q_EMIT controller->sigDownloadFileStatusChanged("m1", "a.bin", true);
+    QCOMPARE(log.linesStartingWith("download answer for m1 ignored").size(), std::size_t(1));
+    QCOMPARE(succeeded.count() + states.count(), 3 + 6);
+
+    // Downloaded and still there: looked for, not fetched again. Gone from the folder: fetched again.
+    QVERIFY(cloud.clearRequests() && QFile::remove(folder->filePath("b.bin")));
+    controller->downloadMaterial("m1");
+    controller->downloadMaterial("m2");
+    QTRY_COMPARE(log.linesStartingWith("m1 is already in the material folder").size(), std::size_t(1));
+    QTRY_COMPARE_WITH_TIMEOUT(succeeded.count(), 4, 30000);
+    QCOMPARE(ids(succeeded).back(), std::string("m2"));
+    QCOMPARE(requestsTo(cloud, "/files/"), 1);
+    QCOMPARE(requestsTo(cloud, "/files/m2/"), 1);
+    CloudMaterialModel row;
+    QVERIFY(controller->material("m1", row) && row.downloadStatus == Successed);
+}
+
+void TestMaterials::endedSessionSignalsNothing_data()
+{
+    QTest::addColumn<QString>("work");
+    QTest::newRow("queued refresh") << "queued refresh";
+    QTest::newRow("running refresh") << "running refresh";
+    QTest::newRow("existence check") << "existence check";
+    QTest::newRow("thumbnails") << "thumbnails";
+}
+
+// Each case ends the session while its work is queued or running, then starts a new session whose
+// own work comes through the same threads after it: what the old session left never shows.
+void TestMaterials::endedSessionSignalsNothing()
+{
+    QFETCH(QString, work);
+    QVERIFY(cloud.start(scenario({medium("m1", "a.jpg"), medium("m2", "b.jpg")})));
+    QVERIFY(QFile(folder->filePath("a.jpg")).open(QIODevice::WriteOnly));
+    auto controller = makeController();
+    QSignalSpy added(controller.get(), &CloudMaterialController::addMaterials);
+    QSignalSpy approvals(controller.get(), &CloudMaterialController::materialApprovalStatusChanged);
+    QSignalSpy exists(controller.get(), &CloudMaterialController::sigFileExistStatusChanged);
+    QSignalSpy thumbnails(controller.get(), &CloudMaterialController::materialThumbnailReady);
+    std::unique_ptr<QWidget> panel;
+    std::future<void> old;
+
+    if (work == "queued refresh") {
+        std::promise<void> gate;
+        pool->enqueue([opened = gate.get_future().share()] { opened.wait(); });
+        old = controller->requestRefresh(true);
+        controller->clear();
+        controller->setToken(token);
+        controller->requestRefresh(true);
+        gate.set_value();
+    } else if (work == "running refresh") {
+        QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/gateway/"}, {"bytes_per_second", 2000}}));
+        old = controller->requestRefresh(true);
+        QTRY_COMPARE_WITH_TIMEOUT(catalogueRequests(cloud), 1, 30000);
+        controller->clear();
+        QCOMPARE(old.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+        QCoreApplication::processEvents();
+        QVERIFY(cloud.clearFaults());
+        controller->setToken(token);
+        controller->requestRefresh(true);
+    } else if (work == "existence check") {
+        refresh(controller);
+        added.clear();
+        Q_EMIT controller->sigCloudFileIsExist("m1", "a.jpg"); // as a refresh asks for a known material
+        controller->clear();
+        controller->lookForFile("after", "a.jpg"); // the same thread looks after the old check
+        QTRY_COMPARE(exists.count(), 1);
+        QCOMPARE(exists.at(0).at(0).value<std::string>(), std::string("after"));
+        controller->setToken(token);
+        controller->requestRefresh(true);
+    } else {
+        panel.reset(controller->listWidget());
+        // A 16 by 16 picture trickles in for seconds: the first is still coming, the second waits.
+        QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/thumbs/"}, {"bytes_per_second", 20}}));
+        refresh(controller);
+        added.clear();
+        QTRY_COMPARE(requestsTo(cloud, "/thumbs/"), 1);
+        controller->clear();
+        QVERIFY(cloud.clearFaults());
+        controller->setToken(token);
+        controller->requestRefresh(true);
+        // The running fetch was stopped, the queued one never asked: one request each for the new session.
+        QTRY_COMPARE(thumbnails.count(), 2);
+        QCOMPARE(ids(thumbnails, true), (std::vector<std::string>{"m1", "m2"}));
+        QCOMPARE(requestsTo(cloud, "/thumbs/"), 3);
+        QCOMPARE(filesUnder(folder->path() + "/.thumbnails"), (QStringList{"m1.thumbnail.png", "m2.thumbnail.png"}));
+    }
+    QVERIFY(!old.valid() || old.wait_for(std::chrono::seconds(30)) == std::future_status::ready);
+    // The new session's refresh, after the old work on the same threads: it finds both materials new.
+    QTRY_COMPARE(added.count(), 2);
+    QCOMPARE(ids(added, true), (std::vector<std::string>{"m1", "m2"}));
+    QCOMPARE(approvals.count(), 0);
+    QCOMPARE(catalogueRequests(cloud), work == "queued refresh" ? 1 : 2);
+    QCOMPARE(exists.count(), int(work == "existence check"));
+}
+
+void TestMaterials::shutdownStopsTransfers_data()
+{
+    QTest::addColumn<bool>("destroy");
+    QTest::newRow("shutdown") << false;
+    QTest::newRow("destructor") << true;
+}
+
+// At exit a download and a thumbnail fetch from a slow server stop at once, leave nothing behind
+// and say nothing.
+void TestMaterials::shutdownStopsTransfers()
+{
+    QFETCH(bool, destroy);
+    QJsonObject big = medium("m1", "big.bin");
+    big.insert("file", QJsonObject{{"size", 400000}});
+    QVERIFY(cloud.start(scenario({big})));
+    QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 4000}}));
+    QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/thumbs/"}, {"bytes_per_second", 20}}));
+    auto controller = makeController();
+    std::unique_ptr<QWidget> panel(controller->listWidget());
+    refresh(controller);
+    QSignalSpy progress(controller.get(), &CloudMaterialController::materialDownloadProgress);
+    controller->downloadMaterial("m1");
+    QTRY_VERIFY_WITH_TIMEOUT(!progress.isEmpty() && requestsTo(cloud, "/thumbs/") == 1, 30000);
+    QVERIFY(QFile::exists(folder->filePath("big.bin.temp")));
+
+    QSignalSpy states(controller.get(), &CloudMaterialController::materialDownloadStatusChanged);
+    QSignalSpy succeeded(controller.get(), &CloudMaterialController::sigDownloadSuccess);
+    QSignalSpy thumbnails(controller.get(), &CloudMaterialController::materialThumbnailReady);
+    QSignalSpy deleted(controller.get(), &CloudMaterialController::deleteMaterials);
+    const int progressBefore = progress.count();
+    QElapsedTimer timer;
+    timer.start();
+    if (destroy)
+        controller.reset();
+    else
+        controller->shutdown();
+    // Promised: well under a second; the transfer alone would take a minute and a half.
+    QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(filesUnder(folder->path()), QStringList());
+    QCoreApplication::processEvents();
+    if (destroy)
+        return;
+    QCOMPARE(states.count() + succeeded.count() + thumbnails.count() + deleted.count(), 0);
+    QCOMPARE(progress.count(), progressBefore);
+
+    // Every later call does nothing.
+    controller->shutdown();
+    controller->downloadMaterial("m1");
+    controller->clear();
+    QVERIFY(!controller->requestRefresh(true).valid());
+    QCoreApplication::processEvents();
+    QCOMPARE(states.count() + deleted.count(), 0);
+    QCOMPARE(requestsTo(cloud, "/files/"), 1);
+}
+
+void TestMaterials::lookupsRunOffTheGuiThread_data()
+{
+    QTest::addColumn<bool>("forTheGroup");
+    QTest::newRow("this machine's check") << false;
+    QTest::newRow("a proxy client's check") << true;
+}
+
+void TestMaterials::lookupsRunOffTheGuiThread()
+{
+    QFETCH(bool, forTheGroup);
+    QVERIFY(cloud.start(scenario({})));
+    auto controller = makeController();
+    QVERIFY(QFile(folder->filePath("here.jpg")).open(QIODevice::WriteOnly));
+    QLoggingCategory::setFilterRules(QStringLiteral("rxcm.materials.debug=true"));
+    previousHandler = qInstallMessageHandler(recordLookups);
+    const std::shared_ptr<void> restore(nullptr, [](void *) {
+        qInstallMessageHandler(previousHandler);
+        QLoggingCategory::setFilterRules(QString());
+    });
+    lookups.clear();
+    QSignalSpy exists(controller.get(), &CloudMaterialController::sigFileExistStatusChanged);
+    for (const char *name : {"here.jpg", "gone.jpg"}) {
+        if (forTheGroup)
+            controller->lookForFile(name, name);
+        else
+            Q_EMIT controller->sigCloudFileIsExist(name, name);
+    }
+    QTRY_COMPARE(exists.count(), 2);
+    QCOMPARE(exists.at(0).at(2).toBool(), true);
+    QCOMPARE(exists.at(1).at(2).toBool(), false);
+    QMutexLocker lock(&lookupsMutex);
+    QCOMPARE(lookups.size(), std::size_t(2));
+    for (const auto &[path, thread] : lookups) {
+        QVERIFY2(path.startsWith(folder->path()), qPrintable(path));
+        QVERIFY(thread && thread != QThread::currentThread());
+    }
 }
 
 QTEST_MAIN(TestMaterials)

@@ -43,6 +43,9 @@ private Q_SLOTS:
 
     void failedStarts(); // first: nothing before it has set a node identity
     void autoLoginBindsTheDevice();
+    void clearStopsAStartUnderWay();
+    void newestStartWins();
+    void clearCancelsAScheduledLogout();
 
 private:
     QStringList upstreamTopics(const QString &topic = {}, QJsonObject *payload = nullptr);
@@ -186,6 +189,59 @@ void TestMessaging::failedStarts()
     const auto failed = log.linesStartingWith("aesEcbDecrypt exception: ");
     QVERIFY(failed.empty() ? log.linesStartingWith("MQTT: {\"password\"").empty() : failed.front().level == spdlog::level::err);
     QVERIFY(!upstreamTopics().contains(bindingRequest));
+}
+
+// A clear() while the worker waits for the DNS entry: the start goes no further.
+void TestMessaging::clearStopsAStartUnderWay()
+{
+    LogCapture log;
+    // A DNS reply that takes about a second to arrive.
+    QVERIFY(cloud.addFault(QJsonObject{{"kind", "slow"}, {"prefix", "/mqtt/control"}, {"bytes_per_second", 1500}, {"times", 1}}));
+    resume("cn-1");
+    const auto dnsAsked = [this] {
+        for (const auto &r : cloud.requests()) {
+            if (r.toObject()["path"].toString().startsWith("/mqtt/control"))
+                return true;
+        }
+        return false;
+    };
+    QTRY_VERIFY(dnsAsked());
+    wrapper.clear();
+    controller.workerPool()->enqueue([] {}).wait();
+    QTest::qWait(100); // what the worker might have handed to this thread
+    QVERIFY(exchanges().isEmpty());
+    QVERIFY(log.linesStartingWith("Connecting to the MQTT server...").empty());
+    QVERIFY(upstreamTopics().isEmpty());
+}
+
+// Starts asked for one after another: only the last one exchanges keys and binds.
+void TestMessaging::newestStartWins()
+{
+    resume("cn-1", false);
+    controller.loginController().restoreSession();
+    for (int i = 0; i < 3; ++i)
+        controller.startMqtt();
+    QTRY_VERIFY_WITH_TIMEOUT(upstreamTopics().contains(basic), 30000);
+    controller.workerPool()->enqueue([] {}).wait();
+    QCOMPARE(exchanges().size(), 1);
+    QCOMPARE(upstreamTopics().count(bindingRequest), 1);
+}
+
+// The logout that a confirmed unbinding schedules does not outlive a clear().
+void TestMessaging::clearCancelsAScheduledLogout()
+{
+    resume("cn-1");
+    QTRY_VERIFY_WITH_TIMEOUT(upstreamTopics().contains(basic), 30000);
+    QSignalSpy logouts(&wrapper, &MainControllerWrapper::exitLoginSuccess);
+    const QString confirm = topic("orbicloud/upstream/delete/", "/unbinding/cirro");
+    QVERIFY(!cloud.control("POST", "/control/mqtt/send",
+                           QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}})).isNull());
+    // The confirmation is out; the logout is due half a second later.
+    QTRY_VERIFY(upstreamTopics().contains(confirm));
+    wrapper.clear();
+    QTest::qWait(1000);
+    QCOMPARE(logouts.count(), 0);
+    QCOMPARE(wrapper.token(), std::string("tok-1"));
 }
 
 QTEST_MAIN(TestMessaging)

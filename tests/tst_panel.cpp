@@ -10,6 +10,7 @@
 #include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
 #include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+#include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
@@ -115,11 +116,11 @@ struct WiredPanel
         const QJsonObject account{{"token", token}, {"status", "success"}, {"media", media}};
         if (!folder.isValid() || !cloud.start(QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson()))
             return false;
-        controller = std::make_shared<CloudMaterialController>(&http);
+        node.set(cloud.host().toStdString(), "node-1");
+        controller = std::make_shared<CloudMaterialController>(&http, &node);
         controller->init();
         controller->setWorkerPool(pool);
         controller->setToken(token);
-        controller->setNode(cloud.host().toStdString());
         controller->setCloudMaterialFolderPath(folder.path().toStdString());
         owner.reset(controller->listWidget());
         panel = qobject_cast<DetailWidget *>(owner.get());
@@ -139,6 +140,7 @@ struct WiredPanel
     QTemporaryDir folder;
     CloudSim cloud;
     std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
+    CurrentNode node;
     HttpClientWrapper http{pool};
     std::shared_ptr<CloudMaterialController> controller;
     std::unique_ptr<QWidget> owner;
@@ -253,7 +255,7 @@ void TestPanel::initTestCase()
 
 void TestPanel::init()
 {
-    controller = std::make_shared<CloudMaterialController>(nullptr);
+    controller = std::make_shared<CloudMaterialController>(nullptr, nullptr);
     controller->setCloudMaterialFolderPath("/media/cloud");
     panel = std::make_unique<DetailWidget>(controller.get());
     panel->resize(720, 480);
@@ -577,7 +579,7 @@ void TestPanel::thumbnails()
     const QString t1 = path("t1"), t2 = path("t2");
     QVERIFY(wired.cloud.setMedia(QJsonDocument(QJsonObject{{"token", token}, {"remove", QJsonArray{"t2"}}}).toJson()));
     wired.refresh(*wired.controller);
-    QVERIFY(QFile::exists(t1) && !QFile::exists(t2));
+    QTRY_VERIFY(QFile::exists(t1) && !QFile::exists(t2));
 }
 
 void TestPanel::loggedOutHint()

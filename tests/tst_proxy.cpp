@@ -4,6 +4,7 @@
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/configstore.h"
+#include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
@@ -14,7 +15,9 @@
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/workerpool.h"
 
+#include "support/cloudsimfixture.h"
 #include "support/fakeruntime.h"
+#include "support/generatedcontent.h"
 #include "support/logcapture.h"
 
 #include <QtTest>
@@ -46,6 +49,13 @@ QStringList texts(const QList<QVariant> &args)
         out << (arg.userType() == QMetaType::Bool ? QString::fromLatin1(arg.toBool() ? "true" : "false")
                                                   : QString::fromStdString(arg.value<std::string>()));
     return out;
+}
+
+// The name of the last message sent; empty before the first.
+std::string lastSent(const FakeRuntime &runtime)
+{
+    const auto sent = runtime.sent();
+    return sent.empty() ? std::string() : sent.back().name;
 }
 
 // Hands the last message of that name that one side sent to the other side's handler.
@@ -83,6 +93,7 @@ private Q_SLOTS:
     void everyCallCrossesTheChannel();
     void facadeByRole();
     void serverAnswersForTheClient();
+    void serverSharesOneDownload();
 
 private:
     QTemporaryDir configDir;
@@ -220,7 +231,7 @@ void TestProxy::facadeByRole()
         Q_EMIT controller.loginController().sigLoginSucceeded();
         QCOMPARE(channel.sent().at(0).name, std::string("StartMqtt"));
         Q_EMIT controller.materialController()->sigCloudFileIsExist("m9", "z.png");
-        QTRY_COMPARE(channel.sent().back().name, std::string("QueryFileIsExist"));
+        QTRY_COMPARE(lastSent(channel), std::string("QueryFileIsExist"));
         // The settings the server forwards are applied here, whatever thread brings them.
         std::thread([&] { channel.deliver("SetDeviceName", packed("Lobby")); }).join();
         QTRY_COMPARE(controller.deviceName(), std::string("Lobby"));
@@ -251,7 +262,7 @@ void TestProxy::serverAnswersForTheClient()
     HttpClientWrapper http(pool);
     QTemporaryDir clientFolder, serverFolder;
     const auto makeMaterials = [&](const QTemporaryDir &folder) {
-        auto materials = std::make_shared<CloudMaterialController>(&http);
+        auto materials = std::make_shared<CloudMaterialController>(&http, nullptr);
         materials->init();
         materials->setWorkerPool(pool);
         materials->setCloudMaterialFolderPath(folder.path().toStdString());
@@ -268,9 +279,9 @@ void TestProxy::serverAnswersForTheClient()
     QVERIFY(QFile(serverFolder.filePath(QStringLiteral("clip one.mp4"))).open(QIODevice::WriteOnly));
     QSignalSpy exists(clientMaterials.get(), &CloudMaterialController::sigFileExistStatusChanged);
     Q_EMIT clientMaterials->sigCloudFileIsExist("m1", "clip one.mp4");
-    QTRY_COMPARE(clientSide.sent().back().name, std::string("QueryFileIsExist"));
+    QTRY_COMPARE(lastSent(clientSide), std::string("QueryFileIsExist"));
     QVERIFY(carry(clientSide, serverSide, "QueryFileIsExist"));
-    QTRY_COMPARE(serverSide.sent().back().name, std::string("QueryFileIsExistRes"));
+    QTRY_COMPARE(lastSent(serverSide), std::string("QueryFileIsExistRes"));
     std::thread([&] { carry(serverSide, clientSide, "QueryFileIsExistRes"); }).join(); // the host channel's thread
     QTRY_COMPARE(exists.count(), 1);
     QCOMPARE(texts(exists.at(0)), (QStringList{"m1", "clip one.mp4", "true"}));
@@ -279,10 +290,91 @@ void TestProxy::serverAnswersForTheClient()
     const msgpack::sbuffer hostile = proxycodec::pack(std::string("https://h/x"), std::string("m6"), std::string("../x"), false);
     LogCapture log;
     QVERIFY(serverSide.deliver("DownloadFile", std::string(hostile.data(), hostile.size())));
-    QTRY_COMPARE(serverSide.sent().back().name, std::string("DownloadFileRes"));
+    QTRY_COMPARE(lastSent(serverSide), std::string("DownloadFileRes"));
     QCOMPARE(unpack4(serverSide.sent().back().payload), (Args4{"https://h/x", "m6", "../x", false}));
     QCOMPARE(log.linesStartingWith("refused to download m6").size(), std::size_t(1));
     QVERIFY(!QFile::exists(QDir(serverFolder.path()).filePath(QStringLiteral("../x"))));
+}
+
+// Two clients and the server itself want the same file: one download, and every asker hears of it.
+void TestProxy::serverSharesOneDownload()
+{
+    CloudSim cloud;
+    const QJsonObject medium{{"mid", "m1"}, {"mediaName", "clip.mp4"}, {"approvalStatus", "2"}, {"file", QJsonObject{{"size", 40000}}}};
+    const QJsonObject account{{"token", "tok-group"}, {"media", QJsonArray{medium}}};
+    QVERIFY(cloud.start(QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson()));
+    // A second long, so the first request is still running when the others come.
+    QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 40000}}));
+    auto pool = std::make_shared<WorkerPool>(1);
+    HttpClientWrapper http(pool);
+    CurrentNode node;
+    node.set(cloud.host().toStdString(), "node-1");
+    QTemporaryDir folder;
+    auto materials = std::make_shared<CloudMaterialController>(&http, &node);
+    materials->init();
+    materials->setWorkerPool(pool);
+    materials->setToken("tok-group");
+    materials->setCloudMaterialFolderPath(folder.path().toStdString());
+    materials->requestRefresh(true).wait();
+    CloudMaterialModel row;
+    QTRY_VERIFY(materials->material("m1", row));
+
+    FakeRuntime serverSide(Role::ProxyServer), firstSide(Role::ProxyClient), secondSide(Role::ProxyClient);
+    MultimachineProxyServer server(&serverSide);
+    MultimachineProxyHandler handler(nullptr, &server, &MainController::instance(), materials);
+    MultimachineProxyClient first(&firstSide), second(&secondSide);
+    QSignalSpy firstAnswers(&first, &MultimachineProxyClient::sigDownloadFileRes);
+    QSignalSpy secondAnswers(&second, &MultimachineProxyClient::sigDownloadFileRes);
+    QSignalSpy hostSignal(materials.get(), &CloudMaterialController::sigDownloadSuccess);
+    QSignalSpy progress(materials.get(), &CloudMaterialController::materialDownloadProgress);
+    const std::string address = cloud.url(QStringLiteral("/files/m1/clip.mp4")).toStdString();
+    const auto answers = [&] {
+        std::vector<Args4> out;
+        for (const auto &message : serverSide.sent()) {
+            if (message.name == "DownloadFileRes")
+                out.push_back(unpack4(message.payload));
+        }
+        return out;
+    };
+
+    first.sendDownloadFile(address, "m1", "clip.mp4");
+    QVERIFY(carry(firstSide, serverSide, "DownloadFile"));
+    QTRY_VERIFY(!progress.isEmpty());
+    second.sendDownloadFile(address, "m1", "clip.mp4");
+    QVERIFY(carry(secondSide, serverSide, "DownloadFile"));
+    materials->downloadMaterial("m1");
+    QTRY_COMPARE_WITH_TIMEOUT(hostSignal.count(), 1, 30000);
+    QVERIFY(!answers().empty());
+    for (const Args4 &answer : answers())
+        QCOMPARE(answer, (Args4{address, "m1", "clip.mp4", true}));
+    QVERIFY(carry(serverSide, firstSide, "DownloadFileRes") && carry(serverSide, secondSide, "DownloadFileRes"));
+    for (const QSignalSpy *spy : {&firstAnswers, &secondAnswers}) {
+        QCOMPARE(spy->count(), 1);
+        QCOMPARE(texts(spy->at(0)), (QStringList{"m1", "clip.mp4", "true"}));
+    }
+    int fileRequests = 0;
+    for (const auto &request : cloud.requests())
+        fileRequests += request.toObject().value("path").toString().startsWith(QLatin1String("/files/"));
+    QCOMPARE(fileRequests, 1);
+    QFile file(folder.filePath(QStringLiteral("clip.mp4")));
+    QVERIFY(file.open(QIODevice::ReadOnly) && file.readAll() == generatedContent(0, 40000));
+    QCOMPARE(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("clip.mp4")});
+
+    // Every client was answered: the server's next download of its own is nobody else's business.
+    const std::size_t answered = answers().size();
+    QVERIFY(QFile::remove(file.fileName()));
+    materials->downloadMaterial("m1");
+    QTRY_COMPARE_WITH_TIMEOUT(hostSignal.count(), 2, 30000);
+    QCOMPARE(answers().size(), answered);
+
+    // Asked again once the file is there: answered from the folder, nothing fetched.
+    QVERIFY(cloud.clearRequests());
+    const std::size_t before = answers().size();
+    QVERIFY(carry(firstSide, serverSide, "DownloadFile"));
+    QTRY_COMPARE(answers().size(), before + 1);
+    QCOMPARE(answers().back(), (Args4{address, "m1", "clip.mp4", true}));
+    QCOMPARE(cloud.requests().size(), 0);
+    QCOMPARE(hostSignal.count(), 2);
 }
 
 QTEST_MAIN(TestProxy)

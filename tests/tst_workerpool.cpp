@@ -48,6 +48,25 @@ private Q_SLOTS:
         QCOMPARE(done.load(), 1000);
     }
 
+    // The module's teardown: what is queued still runs, later tasks are dropped, not left waiting.
+    void stopDrainsThenDrops()
+    {
+        WorkerPool pool;
+        std::atomic<int> done{0};
+        for (int i = 0; i < 10; ++i)
+            pool.enqueue([&done] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                ++done;
+            });
+        pool.stop();
+        QCOMPARE(done.load(), 10);
+        auto late = pool.enqueue([&done] { ++done; });
+        QCOMPARE(late.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+        QVERIFY_EXCEPTION_THROWN(late.get(), std::future_error);
+        pool.stop(); // again, and the destructor after it
+        QCOMPARE(done.load(), 10);
+    }
+
     void taskCanDropThePool()
     {
         // The last owner of a shared pool may be a task running on the pool itself.

@@ -2,9 +2,11 @@
 
 #include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
+#include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/protocol/filedownloader.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
+#include "cloudmaterial/sessionticket.h"
 #include "cloudmaterial/workerpool.h"
 
 #include <QCryptographicHash>
@@ -21,8 +23,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
+#include <iterator>
+#include <map>
 #include <unordered_set>
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcMaterials, "rxcm.materials", QtInfoMsg)
 
@@ -30,8 +34,9 @@ namespace talvor::cloudmaterial {
 
 namespace {
 
-// Set while no refresh runs; a refresh clears it for its duration. One per process,
-// so two refreshes never overlap, whichever controller starts them.
+// Set while no refresh runs; a refresh clears it from its request until its changes have been
+// applied (or dropped). One per process, so two refreshes never overlap, whichever controller
+// starts them.
 std::atomic<bool> refreshGuard{true};
 
 struct RefreshRelease
@@ -111,6 +116,35 @@ CloudMaterialModel makeRow(const MediaInfo &media, DownloadStatus status)
     return row;
 }
 
+enum class ThumbnailOutcome { Dropped, OnDisk, Fetched, Failed };
+
+// On the thumbnail thread: touches nothing but the file.
+ThumbnailOutcome fetchThumbnail(const std::string &id, const std::string &url, const std::string &path,
+                                const SessionTicket &session)
+{
+    if (!session.isLive())
+        return ThumbnailOutcome::Dropped;
+    const QString file = QString::fromStdString(path);
+    if (QFileInfo(file).isFile())
+        return ThumbnailOutcome::OnDisk; // fetched once, kept
+    const QString scheme = QUrl(QString::fromStdString(url)).scheme();
+    DownloadStatus status = Failed;
+    if (scheme == QLatin1String("https") || scheme == QLatin1String("http")) {
+        FileDownloader downloader;
+        downloader.setStopCondition([session] { return !session.isLive(); });
+        status = downloader.download(url, file);
+        if (downloader.wasStopped())
+            return ThumbnailOutcome::Dropped;
+    }
+    if (status == Successed)
+        return ThumbnailOutcome::Fetched;
+    // A partial file would be appended to by the next try and fail it again.
+    QFile::remove(file + QStringLiteral(".temp"));
+    qCWarning(lcMaterials).noquote() << "thumbnail of" << QString::fromStdString(id) << "not fetched from"
+                                     << QString::fromStdString(url);
+    return ThumbnailOutcome::Failed;
+}
+
 } // namespace
 
 class CloudMaterialController::Private : public QObject
@@ -122,199 +156,367 @@ public:
         DownloadStatus status = NotAllowed;
     };
 
-    Private(CloudMaterialController *q, HttpClientWrapper *http)
+    // One per file of the folder: two downloads into one ".temp" would spoil it.
+    struct Transfer
+    {
+        std::string address;
+        std::vector<std::string> askers; // material ids, each answered once when it ends
+    };
+
+    Private(CloudMaterialController *q, HttpClientWrapper *http, const CurrentNode *node)
         : q(q)
         , http(http)
+        , node(node)
     {
+        life.begin();
     }
-
-    // Thumbnails still queued are dropped; the pools (last members) then wait for what runs.
-    ~Private() { closing = true; }
 
     void onUpdateFileIsExist(const std::string &id, const std::string &name, bool exists);
-    DownloadStatus onDownloadFile(const std::string &address, const std::string &id, const std::string &name);
+    void onDownloadFile(const std::string &address, const std::string &id, const std::string &name);
     void onUpdateFileIsDownload(const std::string &id, const std::string &name, bool downloaded);
 
-    std::string folder() const
+    void applyCatalogue(const MediaListResult &fetched, const SessionTicket &ticket);
+    void verifyThenDownload(const std::string &id);
+    void startDownload(const std::string &id);
+    void finishTransfer(const std::string &name, DownloadStatus status, bool stopped);
+    void checkFile(const std::string &id, const std::string &name, const SessionTicket &ticket);
+    void ensureThumbnail(const MediaInfo &media, bool announce);
+    void thumbnailDone(const std::string &id, const std::string &path, ThumbnailOutcome outcome, bool announce,
+                       const SessionTicket &ticket);
+
+    StoredMedia *find(const std::string &id)
     {
-        std::lock_guard<std::mutex> lock(settingsMutex);
-        return materialFolder;
+        auto it = std::find_if(media.begin(), media.end(), [&](const StoredMedia &m) { return m.info.mid == id; });
+        return it == media.end() ? nullptr : &*it;
     }
-    std::string localPath(const std::string &name) const { return folder() + "/" + name; }
+    std::string localPath(const std::string &name) const { return materialFolder + "/" + name; }
+
+    // Work still under way for the old session drops its results; thumbnails are asked anew.
+    void restartSession(bool begin)
+    {
+        session.end();
+        if (begin)
+            session.begin();
+        pendingThumbnails.clear();
+    }
 
     void setState(CatalogueState next)
     {
-        if (CatalogueState(state.exchange(std::int32_t(next))) != next)
+        if (std::exchange(state, next) != next)
             Q_EMIT q->catalogueStateChanged(next);
     }
 
-    void ensureThumbnail(const MediaInfo &media, bool announce);
-    void fetchThumbnail(const std::string &id, const std::string &url, const std::string &path);
+    // For work on the controller's own pools only: they are joined before this object goes,
+    // so it is always there to post to; what is still queued then is dropped with it.
+    template<typename Function>
+    void post(Function function)
+    {
+        QMetaObject::invokeMethod(this, std::move(function), Qt::QueuedConnection);
+    }
 
     CloudMaterialController *const q;
     HttpClientWrapper *const http;
+    const CurrentNode *const node;
     std::shared_ptr<WorkerPool> pool;
 
-    mutable std::mutex settingsMutex;
     std::string token;
-    std::string gatewayHost;
     std::string materialFolder;
     bool servedByProxy = false;
     std::function<void(const std::string &, QDrag *)> starDragCallback;
     QPointer<DetailWidget> panel; // owned by the host once it embeds it
 
-    mutable std::mutex mutex; // guards media and pendingThumbnails
     std::vector<StoredMedia> media;
+    std::map<std::string, Transfer> transfers; // by file name
     std::unordered_set<std::string> pendingThumbnails;
-    std::atomic<std::int32_t> state{std::int32_t(CatalogueState::LoggedOut)};
-    std::atomic<bool> closing{false};
+    CatalogueState state = CatalogueState::LoggedOut;
     // Thumbnails are for the panel: a controller whose panel was never asked for fetches none.
-    std::atomic<bool> thumbnailsWanted{false};
+    bool thumbnailsWanted = false;
+
+    Session session; // the login's
+    Session life;    // ended by shutdown(): downloads and the group's look-ups stop with it
+    bool shutDown = false;
+    // Where refreshes on the shared pool, which may outlive this object, hand their results:
+    // they hold it, it is deleted on this thread once none needs it.
+    std::shared_ptr<QObject> inbox{new QObject, [](QObject *object) { object->deleteLater(); }};
 
     QTimer refreshTimer;
-    // Downloads take their own threads, so a long one holds up neither a refresh nor the
-    // next download. Declared last: destroyed first, while the rest is still there.
-    WorkerPool downloadPool{2};
+    // File look-ups get a thread of their own, so that an existence answer never waits for a
+    // catalogue request or a transfer.
+    WorkerPool lookupPool{1};
     // Thumbnails have a thread of their own: two long downloads must not leave the panel
     // without previews.
     WorkerPool thumbnailPool{1};
+    // Downloads take their own threads, so a long one holds up neither a refresh nor the
+    // next download.
+    WorkerPool downloadPool{2};
 };
 
 void CloudMaterialController::Private::ensureThumbnail(const MediaInfo &media, bool announce)
 {
     const std::string &url = media.media_entity.thumb_image_url;
     const std::string path = q->thumbnailPath(media.mid, url);
-    if (!thumbnailsWanted || path.empty() || url.empty())
+    if (!thumbnailsWanted || shutDown || path.empty() || url.empty())
         return;
-    if (QFileInfo(QString::fromStdString(path)).isFile()) {
-        if (announce)
-            Q_EMIT q->materialThumbnailReady(media.mid, path);
-        return; // fetched once, kept
-    }
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (!pendingThumbnails.insert(media.mid).second)
-            return;
-    }
-    // The task does not own the controller: the pool is a member, so it ends before the rest.
-    thumbnailPool.enqueue([this, id = media.mid, url, path] {
-        if (!closing)
-            fetchThumbnail(id, url, path);
+    if (!pendingThumbnails.insert(media.mid).second)
+        return;
+    thumbnailPool.enqueue([this, id = media.mid, url, path, announce, ticket = session.ticket()] {
+        const ThumbnailOutcome outcome = fetchThumbnail(id, url, path, ticket);
+        post([this, id, path, outcome, announce, ticket] { thumbnailDone(id, path, outcome, announce, ticket); });
     });
 }
 
-void CloudMaterialController::Private::fetchThumbnail(const std::string &id, const std::string &url,
-                                                      const std::string &path)
+void CloudMaterialController::Private::thumbnailDone(const std::string &id, const std::string &path,
+                                                     ThumbnailOutcome outcome, bool announce,
+                                                     const SessionTicket &ticket)
 {
-    const QString file = QString::fromStdString(path);
-    const QString scheme = QUrl(QString::fromStdString(url)).scheme();
-    DownloadStatus status = Failed;
-    if (scheme == QLatin1String("https") || scheme == QLatin1String("http"))
-        status = FileDownloader().download(url, file);
-    bool known = false;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        pendingThumbnails.erase(id);
-        known = std::any_of(media.begin(), media.end(), [&](const StoredMedia &m) { return m.info.mid == id; });
-    }
-    if (status != Successed) {
-        // A partial file would be appended to by the next try and fail it again.
-        QFile::remove(file + QStringLiteral(".temp"));
-        qCWarning(lcMaterials).noquote() << "thumbnail of" << QString::fromStdString(id) << "not fetched from"
-                                         << QString::fromStdString(url);
+    if (shutDown || !ticket.isLive())
+        return; // the entry, if any, is the next session's
+    pendingThumbnails.erase(id);
+    if (outcome == ThumbnailOutcome::Fetched && !find(id)) {
+        // The material went while its thumbnail was on the way.
+        thumbnailPool.enqueue([file = QString::fromStdString(path)] { QFile::remove(file); });
         return;
     }
-    if (!known) {
-        QFile::remove(file); // the material went while its thumbnail was on the way
-        return;
-    }
-    if (!closing)
+    if (outcome == ThumbnailOutcome::Fetched || (outcome == ThumbnailOutcome::OnDisk && announce))
         Q_EMIT q->materialThumbnailReady(id, path);
+}
+
+void CloudMaterialController::Private::checkFile(const std::string &id, const std::string &name,
+                                                 const SessionTicket &ticket)
+{
+    if (shutDown)
+        return;
+    lookupPool.enqueue([this, id, name, path = QString::fromStdString(localPath(name)), ticket] {
+        if (!ticket.isLive())
+            return;
+        bool exists = false;
+        if (isSafeFileName(name)) {
+            qCDebug(lcMaterials).noquote() << "looking for" << path;
+            exists = QFileInfo(path).isFile();
+        }
+        post([this, id, name, exists, ticket] {
+            if (!shutDown && ticket.isLive())
+                Q_EMIT q->sigFileExistStatusChanged(id, name, exists);
+        });
+    });
 }
 
 void CloudMaterialController::Private::onUpdateFileIsExist(const std::string &id, const std::string &, bool exists)
 {
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        auto it = std::find_if(media.begin(), media.end(), [&](const StoredMedia &m) { return m.info.mid == id; });
-        if (it == media.end() || it->status == Downloading)
-            return; // unknown, or a running download that an old answer must not override
-        if (exists)
-            it->status = Successed;
-    }
+    StoredMedia *m = find(id);
+    if (!m || m->status == Downloading)
+        return; // unknown, or a running download that an old answer must not override
+    if (exists)
+        m->status = Successed;
     // "No" is shown but not stored: the material stays as the cloud's approval left it.
     Q_EMIT q->materialDownloadStatusChanged(id, exists ? Successed : Allowed);
 }
 
-DownloadStatus CloudMaterialController::Private::onDownloadFile(const std::string &address, const std::string &id,
-                                                                const std::string &name)
+void CloudMaterialController::Private::verifyThenDownload(const std::string &id)
 {
+    const StoredMedia *m = find(id);
+    lookupPool.enqueue([this, id, path = QString::fromStdString(localPath(m->info.mediaName)), alive = life.ticket()] {
+        if (!alive.isLive())
+            return;
+        const bool present = QFileInfo(path).isFile();
+        post([this, id, present] {
+            const StoredMedia *m = shutDown ? nullptr : find(id);
+            if (!m)
+                return;
+            if (present && m->status == Successed)
+                RXCM_LOG_INFO("{} is already in the material folder; not downloading it again", id);
+            else
+                startDownload(id);
+        });
+    });
+}
+
+void CloudMaterialController::Private::startDownload(const std::string &id)
+{
+    StoredMedia *m = find(id);
+    if (!m)
+        return;
+    if (m->status == Downloading) {
+        RXCM_LOG_INFO("{} is being downloaded already; the new request is ignored", id);
+        return;
+    }
+    m->status = Downloading;
+    const std::string address = m->info.ossDir;
+    const std::string name = m->info.mediaName;
+    Q_EMIT q->materialDownloadStatusChanged(id, Downloading);
+    Q_EMIT q->sigDownloadFile(address, id, name);
+}
+
+void CloudMaterialController::Private::onDownloadFile(const std::string &address, const std::string &id,
+                                                      const std::string &name)
+{
+    if (shutDown)
+        return;
+    const auto refuse = [this, id, name] {
+        post([this, id, name] {
+            if (!shutDown)
+                Q_EMIT q->sigDownloadFileStatusChanged(id, name, false);
+        });
+    };
     if (!isSafeFileName(name)) {
         RXCM_LOG_WARN("refused to download {}: the file name \"{}\" would leave the material folder", id, name);
-        Q_EMIT q->sigDownloadFileStatusChanged(id, name, false);
-        return Failed;
+        refuse();
+        return;
     }
-    FileDownloader downloader;
-    QObject::connect(&downloader, &FileDownloader::progress, &downloader,
-                     [this, &id](qint64 received, qint64 total) {
-                         Q_EMIT q->materialDownloadProgress(id, received, total);
-                     });
-    const DownloadStatus status = downloader.download(address, QString::fromStdString(localPath(name)));
-    Q_EMIT q->sigDownloadFileStatusChanged(id, name, status == Successed);
-    return status;
+    const auto running = transfers.find(name);
+    if (running != transfers.end()) {
+        Transfer &transfer = running->second;
+        if (transfer.address != address) {
+            RXCM_LOG_WARN("refused to download {}: \"{}\" is being downloaded from another address", id, name);
+            refuse();
+        } else if (std::find(transfer.askers.begin(), transfer.askers.end(), id) == transfer.askers.end()) {
+            transfer.askers.push_back(id);
+        }
+        return;
+    }
+    transfers.emplace(name, Transfer{address, {id}});
+    downloadPool.enqueue([this, address, name, path = QString::fromStdString(localPath(name)), alive = life.ticket()] {
+        DownloadStatus status = Failed;
+        bool stopped = !alive.isLive();
+        if (!stopped && QFileInfo(path).isFile()) {
+            // Already there (downloaded before, or by another machine's request): fetching it
+            // again would leave a ".temp" beside it that spoils every later download.
+            status = Successed;
+        } else if (!stopped) {
+            FileDownloader downloader;
+            downloader.setStopCondition([alive] { return !alive.isLive(); });
+            QObject::connect(&downloader, &FileDownloader::progress, &downloader,
+                             [this, name](qint64 received, qint64 total) {
+                                 post([this, name, received, total] {
+                                     const auto it = shutDown ? transfers.end() : transfers.find(name);
+                                     if (it == transfers.end())
+                                         return;
+                                     for (const std::string &asker : it->second.askers)
+                                         Q_EMIT q->materialDownloadProgress(asker, received, total);
+                                 });
+                             });
+            status = downloader.download(address, path);
+            stopped = downloader.wasStopped();
+        }
+        post([this, name, status, stopped] { finishTransfer(name, status, stopped); });
+    });
+}
+
+void CloudMaterialController::Private::finishTransfer(const std::string &name, DownloadStatus status, bool stopped)
+{
+    auto ended = transfers.extract(name);
+    if (ended.empty() || stopped || shutDown)
+        return; // stopped by shutdown(): not a failure, and nobody is told
+    for (const std::string &id : ended.mapped().askers)
+        Q_EMIT q->sigDownloadFileStatusChanged(id, name, status == Successed);
 }
 
 void CloudMaterialController::Private::onUpdateFileIsDownload(const std::string &id, const std::string &name,
                                                               bool downloaded)
 {
+    StoredMedia *m = find(id);
+    if (!m || m->status != Downloading) {
+        // A second answer to one request (the group's channel reaches every machine), or one
+        // for a material that went.
+        RXCM_LOG_INFO("download answer for {} ignored: it is not being downloaded here", id);
+        return;
+    }
     const DownloadStatus status = downloaded ? Successed : Failed;
+    m->status = status;
     const std::string path = localPath(name);
     if (downloaded) {
         RXCM_LOG_INFO("download success, url: {}", path);
         Q_EMIT q->sigDownloadSuccess(id, path);
     }
     Q_EMIT q->materialDownloadStatusChanged(id, status);
-    std::lock_guard<std::mutex> lock(mutex);
-    auto it = std::find_if(media.begin(), media.end(), [&](const StoredMedia &m) { return m.info.mid == id; });
-    if (it != media.end())
-        it->status = status;
 }
 
-CloudMaterialController::CloudMaterialController(HttpClientWrapper *http)
-    : d(std::make_unique<Private>(this, http))
+void CloudMaterialController::Private::applyCatalogue(const MediaListResult &fetched, const SessionTicket &ticket)
+{
+    // A failed request reads as an empty catalogue and removes every known material, as the
+    // cloud's contract has it; the panel says why its list went empty.
+    if (!fetched.answered)
+        setState(CatalogueState::Unreachable);
+
+    std::unordered_set<std::string> fetchedIds;
+    for (const MediaInfo &fetchedMedia : fetched.media) {
+        if (!ticket.isLive())
+            return; // a receiver ended the session
+        fetchedIds.insert(fetchedMedia.mid);
+        const MediaEntity &entity = fetchedMedia.media_entity;
+        if (entity.width == "0" || entity.height == "0") {
+            // Without dimensions the host cannot place it; such media are never shown.
+            RXCM_LOG_WARN("cloud media width: {}", static_cast<const std::string &>(entity.width));
+            RXCM_LOG_WARN("cloud media height: {}", static_cast<const std::string &>(entity.height));
+            continue;
+        }
+        StoredMedia *known = find(fetchedMedia.mid);
+        if (!known) {
+            media.push_back({fetchedMedia, NotAllowed});
+            Q_EMIT q->addMaterials({makeRow(fetchedMedia, NotAllowed)});
+            ensureThumbnail(fetchedMedia, true);
+            continue;
+        }
+        known->info.approvalStatus = fetchedMedia.approvalStatus;
+        ensureThumbnail(fetchedMedia, false); // one that failed before is tried again
+        // A number the cloud did not send as one throws, and ends this refresh.
+        const int approval = std::stoi(fetchedMedia.approvalStatus);
+        Q_EMIT q->materialApprovalStatusChanged(fetchedMedia.mid, ApprovalStatus(approval));
+        if (approval == 2 || approval == 5)
+            Q_EMIT q->sigCloudFileIsExist(fetchedMedia.mid, fetchedMedia.mediaName);
+    }
+    if (!ticket.isLive())
+        return;
+
+    const auto gone = std::stable_partition(media.begin(), media.end(), [&](const StoredMedia &m) {
+        return fetchedIds.count(m.info.mid) != 0;
+    });
+    std::vector<StoredMedia> removed(std::make_move_iterator(gone), std::make_move_iterator(media.end()));
+    media.erase(gone, media.end());
+    // Gone from the cloud, so its preview goes too (a logout keeps them for the next login).
+    QStringList staleThumbnails;
+    for (const StoredMedia &m : removed) {
+        const std::string path = q->thumbnailPath(m.info.mid, m.info.media_entity.thumb_image_url);
+        if (!path.empty())
+            staleThumbnails << QString::fromStdString(path);
+    }
+    if (!staleThumbnails.isEmpty()) {
+        thumbnailPool.enqueue([staleThumbnails] {
+            for (const QString &file : staleThumbnails)
+                QFile::remove(file);
+        });
+    }
+    for (const StoredMedia &m : removed)
+        Q_EMIT q->deleteMaterials({m.info.mid});
+    if (fetched.answered && ticket.isLive())
+        setState(CatalogueState::Reachable);
+}
+
+CloudMaterialController::CloudMaterialController(HttpClientWrapper *http, const CurrentNode *node)
+    : d(std::make_unique<Private>(this, http, node))
 {
     registerCloudMaterialMetaTypes();
 }
 
-CloudMaterialController::~CloudMaterialController() = default;
+CloudMaterialController::~CloudMaterialController()
+{
+    shutdown();
+}
 
 void CloudMaterialController::init()
 {
+    // On a proxy client the group's proxy server downloads and looks instead.
     connect(this, &CloudMaterialController::sigDownloadFile, d.get(),
             [this](const std::string &address, const std::string &id, const std::string &name) {
-                {
-                    std::lock_guard<std::mutex> lock(d->settingsMutex);
-                    if (d->servedByProxy)
-                        return;
-                }
-                std::weak_ptr<CloudMaterialController> self = weak_from_this();
-                d->downloadPool.enqueue([self, address, id, name] {
-                    if (auto controller = self.lock())
-                        controller->d->onDownloadFile(address, id, name);
-                });
+                if (!d->servedByProxy)
+                    d->onDownloadFile(address, id, name);
             });
     connect(this, &CloudMaterialController::sigDownloadFileStatusChanged, d.get(),
             [this](const std::string &id, const std::string &name, bool ok) { d->onUpdateFileIsDownload(id, name, ok); });
-
     connect(this, &CloudMaterialController::sigCloudFileIsExist, d.get(),
             [this](const std::string &id, const std::string &name) {
-                {
-                    std::lock_guard<std::mutex> lock(d->settingsMutex);
-                    if (d->servedByProxy)
-                        return;
-                }
-                const bool exists = isSafeFileName(name) && QFileInfo(QString::fromStdString(d->localPath(name))).isFile();
-                Q_EMIT sigFileExistStatusChanged(id, name, exists);
+                if (!d->servedByProxy)
+                    d->checkFile(id, name, d->session.ticket());
             });
     connect(this, &CloudMaterialController::sigFileExistStatusChanged, d.get(),
             [this](const std::string &id, const std::string &name, bool exists) {
@@ -323,10 +525,11 @@ void CloudMaterialController::init()
 
     d->refreshTimer.setInterval(refreshIntervalMs);
     connect(&d->refreshTimer, &QTimer::timeout, d.get(), [this] {
-        if (!token().empty() && d->pool)
+        if (d->session.isRunning())
             requestRefresh(true);
     });
-    d->refreshTimer.start();
+    if (!d->shutDown)
+        d->refreshTimer.start();
 }
 
 void CloudMaterialController::setWorkerPool(std::shared_ptr<WorkerPool> pool)
@@ -336,64 +539,54 @@ void CloudMaterialController::setWorkerPool(std::shared_ptr<WorkerPool> pool)
 
 void CloudMaterialController::setToken(const std::string &token)
 {
-    {
-        std::lock_guard<std::mutex> lock(d->settingsMutex);
-        d->token = token;
-    }
+    if (d->shutDown)
+        return;
     if (token.empty()) {
+        d->restartSession(false);
+        d->token.clear();
         d->setState(CatalogueState::LoggedOut);
-    } else {
-        // A new session has failed nothing yet; an unreachable cloud stays so until a refresh tells.
-        auto loggedOut = std::int32_t(CatalogueState::LoggedOut);
-        if (d->state.compare_exchange_strong(loggedOut, std::int32_t(CatalogueState::Reachable)))
-            Q_EMIT catalogueStateChanged(CatalogueState::Reachable);
+        return;
     }
+    if (token != d->token || !d->session.isRunning())
+        d->restartSession(true);
+    d->token = token;
+    // A new session has failed nothing yet; an unreachable cloud stays so until a refresh tells.
+    if (d->state == CatalogueState::LoggedOut)
+        d->setState(CatalogueState::Reachable);
 }
 
 std::string CloudMaterialController::token() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     return d->token;
-}
-
-void CloudMaterialController::setNode(const std::string &gatewayHost)
-{
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
-    d->gatewayHost = gatewayHost;
 }
 
 void CloudMaterialController::setCloudMaterialFolderPath(const std::string &folder)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     d->materialFolder = folder;
 }
 
 std::string CloudMaterialController::cloudMaterialFolderPath() const
 {
-    return d->folder();
+    return d->materialFolder;
 }
 
 void CloudMaterialController::setServedByProxy(bool servedByProxy)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     d->servedByProxy = servedByProxy;
 }
 
 bool CloudMaterialController::isServedByProxy() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     return d->servedByProxy;
 }
 
 void CloudMaterialController::setStarDragCallback(const std::function<void(const std::string &, QDrag *)> &callback)
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     d->starDragCallback = callback;
 }
 
 std::function<void(const std::string &, QDrag *)> CloudMaterialController::starDragCallback() const
 {
-    std::lock_guard<std::mutex> lock(d->settingsMutex);
     return d->starDragCallback;
 }
 
@@ -402,7 +595,6 @@ QWidget *CloudMaterialController::listWidget()
     if (d->panel)
         return d->panel;
     auto *panel = new DetailWidget(this);
-    // The panel is the context: signals from worker threads arrive queued on the GUI thread.
     connect(this, &CloudMaterialController::addMaterials, panel, &DetailWidget::addMaterials);
     connect(this, &CloudMaterialController::deleteMaterials, panel, &DetailWidget::deleteMaterials);
     connect(this, &CloudMaterialController::materialDownloadStatusChanged, panel,
@@ -416,150 +608,83 @@ QWidget *CloudMaterialController::listWidget()
     panel->addMaterials(materials());
     d->panel = panel;
     d->thumbnailsWanted = true;
-    std::vector<MediaInfo> known;
-    {
-        std::lock_guard<std::mutex> lock(d->mutex);
-        for (const auto &m : d->media)
-            known.push_back(m.info);
-    }
-    for (const MediaInfo &media : known)
-        d->ensureThumbnail(media, true);
+    for (const Private::StoredMedia &m : d->media)
+        d->ensureThumbnail(m.info, true);
     return panel;
-}
-
-void CloudMaterialController::refreshMaterialList(bool quiet)
-{
-    std::string token;
-    std::string gatewayHost;
-    {
-        std::lock_guard<std::mutex> lock(d->settingsMutex);
-        token = d->token;
-        gatewayHost = d->gatewayHost;
-    }
-    if (gatewayHost.empty())
-        return; // no node chosen yet
-    if (!canReach(gatewayHost)) {
-        if (!token.empty())
-            d->setState(CatalogueState::Unreachable);
-        return;
-    }
-    if (!refreshGuard.exchange(false))
-        return; // another refresh is running
-    RefreshRelease release;
-    if (token.empty())
-        return;
-
-    MediaListResult fetched = requestMediaList(*d->http, token, gatewayHost, !quiet);
-    // A failed request reads as an empty catalogue and removes every known material, as the
-    // cloud's contract has it; the panel says why its list went empty.
-    if (!fetched.answered && !this->token().empty())
-        d->setState(CatalogueState::Unreachable);
-
-    std::unordered_set<std::string> fetchedIds;
-    for (const MediaInfo &media : fetched.media) {
-        fetchedIds.insert(media.mid);
-        const MediaEntity &entity = media.media_entity;
-        if (entity.width == "0" || entity.height == "0") {
-            // Without dimensions the host cannot place it; such media are never shown.
-            RXCM_LOG_WARN("cloud media width: {}", static_cast<const std::string &>(entity.width));
-            RXCM_LOG_WARN("cloud media height: {}", static_cast<const std::string &>(entity.height));
-            continue;
-        }
-
-        std::unique_lock<std::mutex> lock(d->mutex);
-        auto it = std::find_if(d->media.begin(), d->media.end(),
-                               [&](const Private::StoredMedia &m) { return m.info.mid == media.mid; });
-        if (it == d->media.end()) {
-            d->media.push_back({media, NotAllowed});
-            const CloudMaterialModel row = makeRow(media, NotAllowed);
-            lock.unlock();
-            Q_EMIT addMaterials({row});
-            d->ensureThumbnail(media, true);
-            continue;
-        }
-        it->info.approvalStatus = media.approvalStatus;
-        lock.unlock();
-        d->ensureThumbnail(media, false); // one that failed before is tried again
-        // A number the cloud did not send as one throws, and ends this refresh.
-        const int approval = std::stoi(media.approvalStatus);
-        Q_EMIT materialApprovalStatusChanged(media.mid, ApprovalStatus(approval));
-        if (approval == 2 || approval == 5)
-            Q_EMIT sigCloudFileIsExist(media.mid, media.mediaName);
-    }
-
-    std::vector<std::string> removed;
-    std::vector<std::string> staleThumbnails;
-    {
-        std::lock_guard<std::mutex> lock(d->mutex);
-        auto gone = std::stable_partition(d->media.begin(), d->media.end(), [&](const Private::StoredMedia &m) {
-            return fetchedIds.count(m.info.mid) != 0;
-        });
-        for (auto it = gone; it != d->media.end(); ++it) {
-            removed.push_back(it->info.mid);
-            staleThumbnails.push_back(thumbnailPath(it->info.mid, it->info.media_entity.thumb_image_url));
-        }
-        d->media.erase(gone, d->media.end());
-    }
-    for (const std::string &id : removed)
-        Q_EMIT deleteMaterials({id});
-    // Gone from the cloud, so its preview goes too (a logout keeps them for the next login).
-    for (const std::string &path : staleThumbnails) {
-        if (!path.empty())
-            QFile::remove(QString::fromStdString(path));
-    }
-    if (fetched.answered && !this->token().empty())
-        d->setState(CatalogueState::Reachable);
 }
 
 std::future<void> CloudMaterialController::requestRefresh(bool quiet)
 {
-    if (!d->pool)
+    if (!d->pool || !d->http || d->shutDown)
         return {};
-    std::weak_ptr<CloudMaterialController> self = weak_from_this();
-    return d->pool->enqueue([self, quiet] {
-        auto controller = self.lock();
-        if (!controller)
+    // Everything the refresh needs, taken now: it must not read this object on the worker.
+    const std::string gatewayHost = d->node ? d->node->host() : std::string();
+    return d->pool->enqueue([http = d->http, token = d->token, gatewayHost, quiet, ticket = d->session.ticket(),
+                             inbox = d->inbox, self = QPointer<Private>(d.get())] {
+        if (!ticket.isLive() || gatewayHost.empty())
+            return; // the session ended, or no node chosen yet
+        if (!canReach(gatewayHost)) {
+            QMetaObject::invokeMethod(
+                inbox.get(),
+                [self, ticket] {
+                    if (self && !self->shutDown && ticket.isLive())
+                        self->setState(CatalogueState::Unreachable);
+                },
+                Qt::QueuedConnection);
             return;
-        try {
-            controller->refreshMaterialList(quiet);
-        } catch (const std::exception &e) {
-            qCWarning(lcMaterials) << "material refresh stopped:" << e.what();
         }
+        if (!refreshGuard.exchange(false))
+            return; // another refresh is running
+        // Released where the changes are applied, or where they are dropped unseen.
+        auto release = std::make_shared<RefreshRelease>();
+        if (!ticket.isLive())
+            return;
+        MediaListResult fetched = requestMediaList(*http, token, gatewayHost, !quiet);
+        if (!ticket.isLive())
+            return;
+        QMetaObject::invokeMethod(
+            inbox.get(),
+            [self, ticket, release, fetched = std::move(fetched)] {
+                if (!self || self->shutDown || !ticket.isLive())
+                    return;
+                try {
+                    self->applyCatalogue(fetched, ticket);
+                } catch (const std::exception &e) {
+                    qCWarning(lcMaterials) << "material refresh stopped:" << e.what();
+                }
+            },
+            Qt::QueuedConnection);
     });
 }
 
 void CloudMaterialController::downloadMaterial(const std::string &id)
 {
-    std::string address;
-    std::string name;
-    {
-        std::lock_guard<std::mutex> lock(d->mutex);
-        auto it = std::find_if(d->media.begin(), d->media.end(),
-                               [&](const Private::StoredMedia &m) { return m.info.mid == id; });
-        if (it == d->media.end())
-            return;
-        it->status = Downloading;
-        address = it->info.ossDir;
-        name = it->info.mediaName;
-    }
-    Q_EMIT materialDownloadStatusChanged(id, Downloading);
-    Q_EMIT sigDownloadFile(address, id, name);
+    const Private::StoredMedia *m = d->shutDown ? nullptr : d->find(id);
+    if (!m)
+        return;
+    // On a proxy client the copy is the proxy server's, which looks for itself.
+    if (m->status == Successed && !d->servedByProxy)
+        d->verifyThenDownload(id);
+    else
+        d->startDownload(id);
+}
+
+void CloudMaterialController::lookForFile(const std::string &id, const std::string &name)
+{
+    d->checkFile(id, name, d->life.ticket());
 }
 
 bool CloudMaterialController::material(const std::string &id, CloudMaterialModel &model) const
 {
-    std::lock_guard<std::mutex> lock(d->mutex);
-    auto it = std::find_if(d->media.begin(), d->media.end(),
-                           [&](const Private::StoredMedia &m) { return m.info.mid == id; });
-    if (it == d->media.end())
+    const Private::StoredMedia *m = d->find(id);
+    if (!m)
         return false;
-    model = makeRow(it->info, it->status);
+    model = makeRow(m->info, m->status);
     return true;
 }
 
 std::vector<CloudMaterialModel> CloudMaterialController::materials() const
 {
-    std::lock_guard<std::mutex> lock(d->mutex);
     std::vector<CloudMaterialModel> rows;
     rows.reserve(d->media.size());
     for (const auto &m : d->media)
@@ -569,31 +694,15 @@ std::vector<CloudMaterialModel> CloudMaterialController::materials() const
 
 bool CloudMaterialController::removeLocalCopy(const std::string &id)
 {
-    if (isServedByProxy())
+    Private::StoredMedia *m = d->find(id);
+    if (d->servedByProxy || d->shutDown || !m || m->status == Downloading || !isSafeFileName(m->info.mediaName))
         return false;
-    std::string name;
-    {
-        std::lock_guard<std::mutex> lock(d->mutex);
-        auto it = std::find_if(d->media.begin(), d->media.end(),
-                               [&](const Private::StoredMedia &m) { return m.info.mid == id; });
-        if (it == d->media.end() || it->status == Downloading)
-            return false;
-        name = it->info.mediaName;
-    }
-    if (!isSafeFileName(name))
-        return false;
-    const QString path = QString::fromStdString(d->localPath(name));
+    const QString path = QString::fromStdString(d->localPath(m->info.mediaName));
     if (QFileInfo(path).isFile() && !QFile::remove(path)) {
         qCWarning(lcMaterials).noquote() << "could not remove the local copy" << path;
         return false;
     }
-    {
-        std::lock_guard<std::mutex> lock(d->mutex);
-        auto it = std::find_if(d->media.begin(), d->media.end(),
-                               [&](const Private::StoredMedia &m) { return m.info.mid == id; });
-        if (it != d->media.end())
-            it->status = Allowed;
-    }
+    m->status = Allowed;
     qCInfo(lcMaterials).noquote() << "removed the local copy" << path;
     Q_EMIT materialDownloadStatusChanged(id, Allowed);
     return true;
@@ -601,7 +710,7 @@ bool CloudMaterialController::removeLocalCopy(const std::string &id)
 
 std::string CloudMaterialController::thumbnailPath(const std::string &id, const std::string &thumbnailUrl) const
 {
-    const std::string folder = d->folder();
+    const std::string &folder = d->materialFolder;
     if (folder.empty() || id.empty())
         return {};
     return folder + thumbnailFolder
@@ -610,21 +719,31 @@ std::string CloudMaterialController::thumbnailPath(const std::string &id, const 
 
 CatalogueState CloudMaterialController::catalogueState() const
 {
-    return CatalogueState(d->state.load());
+    return d->state;
 }
 
 void CloudMaterialController::clear()
 {
+    if (d->shutDown)
+        return;
     setToken(std::string());
-    std::vector<std::string> removed;
-    {
-        std::lock_guard<std::mutex> lock(d->mutex);
-        for (const auto &m : d->media)
-            removed.push_back(m.info.mid);
-        d->media.clear();
-    }
-    for (const std::string &id : removed)
-        Q_EMIT deleteMaterials({id});
+    const std::vector<Private::StoredMedia> removed = std::exchange(d->media, {});
+    for (const auto &m : removed)
+        Q_EMIT deleteMaterials({m.info.mid});
+}
+
+void CloudMaterialController::shutdown()
+{
+    if (d->shutDown)
+        return;
+    d->shutDown = true;
+    d->refreshTimer.stop();
+    d->session.end();
+    d->life.end();
+    // Running transfers notice within FileDownloader::stopPollMs; what is queued returns at once.
+    d->downloadPool.stop();
+    d->thumbnailPool.stop();
+    d->lookupPool.stop();
 }
 
 bool CloudMaterialController::isSafeFileName(const std::string &name)

@@ -15,13 +15,23 @@ class QWidget;
 
 namespace talvor::cloudmaterial {
 
+class CurrentNode;
 class HttpClientWrapper;
 class WorkerPool;
 
 /**
  * The module's picture of the account's cloud materials: refreshes the catalogue, signals
  * which materials came and went, tracks each one's approval and local copy, and runs the
- * downloads. Blocking work runs on worker threads; signals reach the GUI queued.
+ * downloads.
+ *
+ * Owned by the Qt thread, like its media list and its settings: every call, and every signal,
+ * is on that thread. Worker threads only run blocking steps (the catalogue request and its
+ * parsing on the shared pool; file look-ups, downloads and thumbnail fetches on pools of its
+ * own) on copies taken when the work is queued, and hand the results back by queued calls.
+ *
+ * setToken() with a token starts a session and clear() ends it: a refresh, an existence check
+ * or a thumbnail fetch of an ended session stops at its next step and signals nothing. One
+ * download runs per file of the material folder, whoever asks for it.
  */
 class CloudMaterialController : public QObject, public std::enable_shared_from_this<CloudMaterialController>
 {
@@ -30,17 +40,18 @@ class CloudMaterialController : public QObject, public std::enable_shared_from_t
 public:
     static constexpr int refreshIntervalMs = 60000;
 
-    explicit CloudMaterialController(HttpClientWrapper *http);
+    /** @p node is the module's current node; it is read on the Qt thread only. */
+    CloudMaterialController(HttpClientWrapper *http, const CurrentNode *node);
+    /** Shuts down first (see shutdown()). */
     ~CloudMaterialController() override;
 
     /** Ties the download and existence signals to their local handlers and starts the clock. */
     void init();
     void setWorkerPool(std::shared_ptr<WorkerPool> pool);
 
+    /** A new token starts a session (the same one again keeps it); an empty one ends it. */
     void setToken(const std::string &token);
     std::string token() const;
-    /** The gateway host of the cloud node ("host[:port]", no scheme). */
-    void setNode(const std::string &gatewayHost);
     void setCloudMaterialFolderPath(const std::string &folder);
     std::string cloudMaterialFolderPath() const;
     /**
@@ -54,13 +65,24 @@ public:
     std::function<void(const std::string &, QDrag *)> starDragCallback() const;
     QWidget *listWidget();
 
-    /** Blocking: fetches the catalogue and signals the differences. Not for the GUI thread. */
-    void refreshMaterialList(bool quiet);
-    /** Queues a refresh on the worker pool. */
+    /**
+     * Queues a refresh of this session on the worker pool. The future is ready when the
+     * catalogue has been fetched (or the refresh gave up); the changes are signalled after
+     * that, queued on the Qt thread. Not valid without a pool or after shutdown().
+     */
     std::future<void> requestRefresh(bool quiet = true);
 
-    /** Starts downloading a material (from the panel). Unknown ids are ignored. */
+    /**
+     * Starts downloading a material (from the panel). Unknown ids are ignored, and so is a
+     * material being downloaded; one whose file is already in the folder is not fetched again.
+     */
     void downloadMaterial(const std::string &id);
+    /**
+     * Looks for a material's file in the folder, off the Qt thread, and answers with
+     * sigFileExistStatusChanged. For the group's proxy server: the answer does not depend on
+     * this machine's session.
+     */
+    void lookForFile(const std::string &id, const std::string &name);
     /** A copy of a material's row; false when the id is unknown. */
     bool material(const std::string &id, CloudMaterialModel &model) const;
     std::vector<CloudMaterialModel> materials() const;
@@ -76,8 +98,16 @@ public:
     std::string thumbnailPath(const std::string &id, const std::string &thumbnailUrl) const;
     CatalogueState catalogueState() const;
 
-    /** Forgets the token and every material (logout). */
+    /** Ends the session and forgets the token and every material (logout). */
     void clear();
+
+    /**
+     * For the module's teardown at exit: stops the clock, ends the session, makes every later
+     * call a no-op, stops running downloads and thumbnail fetches (removing their ".temp"
+     * files) and joins the controller's own threads, all within a fraction of a second.
+     * Signals nothing. Safe to call more than once.
+     */
+    void shutdown();
 
     /** True for a plain file name that stays inside the material folder. */
     static bool isSafeFileName(const std::string &name);

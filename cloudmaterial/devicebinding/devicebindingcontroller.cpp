@@ -93,7 +93,10 @@ public:
     std::string clientId;
 
     std::unique_ptr<MqttClientWrapper> client;
+    // Counts the clients made and stopped: what the library reports for an older one is dropped.
+    quint64 generation = 0;
     std::vector<Subscription> handlers;
+    QTimer logoutTimer;
     bool bound = false;
     int volume = 0;
     // Nothing reported yet: the first report always goes out.
@@ -155,6 +158,8 @@ public:
 
     void dropClient()
     {
+        ++generation;
+        logoutTimer.stop();
         if (!client)
             return;
         client->stop();
@@ -167,17 +172,11 @@ DeviceBindingController::DeviceBindingController(QObject *parent)
     , d(std::make_unique<Private>())
 {
     qRegisterMetaType<std::string>("std::string");
-    // The MQTT library calls in on its own thread; these hops bring the work to ours.
-    connect(this, &DeviceBindingController::sigMessageArrived, this, &DeviceBindingController::slotHandleMsg,
-            Qt::QueuedConnection);
-    connect(
-        this, &DeviceBindingController::sigConnected, this,
-        [this] {
-            // After a broker restart the retained offline will stands; a bound device says it is back.
-            if (d->bound && !reportOnline())
-                RXCM_LOG_ERROR("reportOnline error");
-        },
-        Qt::QueuedConnection);
+    d->logoutTimer.setSingleShot(true);
+    d->logoutTimer.setInterval(LogoutDelayMs);
+    // A coarse timer may fire up to 5 % early; the confirmation needs its full half second.
+    d->logoutTimer.setTimerType(Qt::PreciseTimer);
+    connect(&d->logoutTimer, &QTimer::timeout, this, &DeviceBindingController::sigLogout);
 }
 
 DeviceBindingController::~DeviceBindingController()
@@ -239,6 +238,7 @@ bool DeviceBindingController::startMqtt()
 {
     // A new account replaces the old session.
     d->dropClient();
+    const quint64 generation = d->generation;
     try {
         d->client = std::make_unique<MqttClientWrapper>(d->serverUri, d->clientId);
     } catch (const std::exception &e) {
@@ -264,16 +264,35 @@ bool DeviceBindingController::startMqtt()
     for (const Subscription &s : d->handlers)
         client.addSubscription(s.topic, s.qos);
 
-    client.setMessageHandler([this](const std::string &topic, const std::string &payload) {
-        Q_EMIT sigMessageArrived(topic, payload);
+    // Called on the library's thread: only post to ours, where the client may be gone already.
+    client.setMessageHandler([this, generation](const std::string &topic, const std::string &payload) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation, topic, payload] {
+                if (generation == d->generation)
+                    slotHandleMsg(topic, payload);
+            },
+            Qt::QueuedConnection);
     });
-    client.setConnectedHandler([this] { Q_EMIT sigConnected(); });
+    client.setConnectedHandler([this, generation] {
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation] {
+                // After a broker restart the retained offline will stands; a bound device says it is back.
+                if (generation == d->generation && d->bound && !reportOnline())
+                    RXCM_LOG_ERROR("reportOnline error");
+            },
+            Qt::QueuedConnection);
+    });
     return client.start();
 }
 
 bool DeviceBindingController::stopMqtt()
 {
     d->bound = false;
+    // What the stopped client still reports, and a logout it scheduled, are dropped.
+    ++d->generation;
+    d->logoutTimer.stop();
     if (!d->client)
         return false;
     d->client->stop();
@@ -405,7 +424,7 @@ void DeviceBindingController::handleUnbindingMsg(const std::string &payload)
         RXCM_LOG_ERROR("reportUnbinding error");
         return;
     }
-    QTimer::singleShot(LogoutDelayMs, this, [this] { Q_EMIT sigLogout(); });
+    d->logoutTimer.start();
 }
 
 void DeviceBindingController::handleGetStorageMsg(const std::string &payload)

@@ -9,8 +9,12 @@ namespace talvor::cloudmaterial {
 
 /**
  * The device's side of the cloud's device service: owns the MQTT session, binds the machine to
- * the account, reports its state and answers the cloud's requests. Lives on the Qt thread;
- * arriving messages are moved there before any state is touched.
+ * the account, reports its state and answers the cloud's requests.
+ *
+ * Owned by the Qt thread, with its client, handlers and every setting: all its operations are
+ * called there. The MQTT library calls in on its own thread; those calls only post to the Qt
+ * thread, where a message or connection of a client that has since been replaced or stopped
+ * is dropped.
  */
 class DeviceBindingController : public QObject
 {
@@ -35,7 +39,10 @@ public:
 
     bool startMqtt();
     bool stopMqtt();
-    /** Stops the session and forgets the account, the binding and the last reported volume. */
+    /**
+     * Stops the session and forgets the account, the binding and the last reported volume;
+     * nothing is sent after it, not even a logout that an unbinding had scheduled.
+     */
     void clear();
     bool isBound() const;
 
@@ -64,9 +71,6 @@ public Q_SLOTS:
 Q_SIGNALS:
     /** The cloud removed the binding and the device confirmed it: the session should end. */
     void sigLogout();
-    // Emitted on the MQTT library's thread; queued to this object's thread.
-    void sigMessageArrived(const std::string &topic, const std::string &payload);
-    void sigConnected();
 
 private:
     class Private;

@@ -1,6 +1,7 @@
 #include "cloudmaterial/login/logincontroller.h"
 
 #include "cloudmaterial/configstore.h"
+#include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/logindlalog.h"
@@ -16,7 +17,6 @@
 #include <QPointer>
 
 #include <exception>
-#include <mutex>
 #include <string_view>
 
 Q_LOGGING_CATEGORY(lcLogin, "rxcm.login", QtInfoMsg)
@@ -135,9 +135,10 @@ void replaceAll(std::string &text, std::string_view from, std::string_view to)
 class LoginController::Private
 {
 public:
-    Private(LoginController *q, HttpClientWrapper *http)
+    Private(LoginController *q, HttpClientWrapper *http, CurrentNode *node)
         : q(q)
         , http(http)
+        , node(node)
     {
     }
 
@@ -153,27 +154,9 @@ public:
         }
         return http->post("https://" + host + "/gateway/apis?cirro=" + servicePath, headers, body, log);
     }
-    std::string currentNodeHost() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return node;
-    }
-    std::string currentToken() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return token;
-    }
-    void setNode(const std::string &host, const std::string &identity)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        node = host;
-        nodeIdentity = identity;
-    }
-    void setToken(const std::string &value)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        token = value;
-    }
+    std::string currentNodeHost() const { return node->host(); }
+    std::string currentToken() const { return token; }
+    void setToken(const std::string &value) { token = value; }
 
     int phoneLogin(const LoginInfo &info);
     void keepLogin(const PhoneLoginResInfo &reply, LoginMode mode, const LoginInfo &info);
@@ -184,6 +167,7 @@ public:
 
     LoginController *const q;
     HttpClientWrapper *const http;
+    CurrentNode *const node;
 
     std::string email;   // where second-factor codes go when the account has no phone
     std::string codeKey; // the key the last code request expects back
@@ -201,12 +185,7 @@ public:
     std::string serialNumber;
     bool creditSignatureObtained = false;
     std::string language;
-
-    // The messaging start reads these on the worker thread.
-    mutable std::mutex mutex;
     std::string token;
-    std::string node;
-    std::string nodeIdentity;
 };
 
 // Every login mode logs under this name; the cloud's operators search the logs for it.
@@ -298,11 +277,8 @@ void LoginController::Private::writeSession() const
     session.phone = phone;
     session.email = email;
     session.id = static_cast<std::int32_t>(id);
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        session.currentNodeIdentity = nodeIdentity;
-        session.currentNode = node;
-    }
+    session.currentNodeIdentity = node->identity();
+    session.currentNode = node->host();
     ConfigStore::instance().setTokenInfo(session);
 }
 
@@ -398,9 +374,9 @@ void LoginController::Private::connectDialogs()
     });
 }
 
-LoginController::LoginController(HttpClientWrapper *http, QObject *parent)
+LoginController::LoginController(HttpClientWrapper *http, CurrentNode *node, QObject *parent)
     : QObject(parent)
-    , d(std::make_unique<Private>(this, http))
+    , d(std::make_unique<Private>(this, http, node))
 {
 }
 
@@ -455,7 +431,7 @@ TokenInfoJson LoginController::restoreSession()
 {
     const TokenInfoJson session = ConfigStore::instance().tokenInfo();
     if (!session.currentNode.empty() && !session.currentNodeIdentity.empty())
-        d->setNode(session.currentNode, session.currentNodeIdentity);
+        d->node->set(session.currentNode, session.currentNodeIdentity);
     d->phone = session.phone;
     d->email = session.email;
     d->id = session.id;
@@ -484,7 +460,7 @@ void LoginController::exitLoginVerify()
 
 void LoginController::resetNodeState()
 {
-    d->setNode({}, {});
+    d->node->reset();
 }
 
 void LoginController::setLanguage(const std::string &moduleLanguage)
@@ -543,7 +519,7 @@ std::vector<NodeEntry> LoginController::downloadNodeList(const std::string &url)
 
 void LoginController::selectNode(const QString &node, const QString &identity)
 {
-    d->setNode(node.toStdString(), identity.toStdString());
+    d->node->set(node.toStdString(), identity.toStdString());
     if (d->loginDialog)
         d->loginDialog->setCurrentNode(node, identity);
     Q_EMIT sigCurrentNodeChanged(node, identity);
@@ -556,15 +532,18 @@ std::string LoginController::currentNode() const
 
 std::string LoginController::currentNodeIdentity() const
 {
-    std::lock_guard<std::mutex> lock(d->mutex);
-    return d->nodeIdentity;
+    return d->node->identity();
 }
 
 GlobalDNSJson LoginController::getGlobalDnsAddr()
 {
+    return getGlobalDnsAddr(*d->http, ConfigStore::instance().config().mqttControl);
+}
+
+GlobalDNSJson LoginController::getGlobalDnsAddr(HttpClientWrapper &http, const std::string &controlUrl)
+{
     try {
-        const std::string url = ConfigStore::instance().config().mqttControl;
-        const HttpReply reply = d->http->get(url, {}, false);
+        const HttpReply reply = http.get(controlUrl, {}, false);
         if (!reply.body.empty()) {
             RXCM_LOG_INFO("获取 DNS 地址消息: {}", reply.body);
             GlobalDNSJson dns;
@@ -679,14 +658,14 @@ int LoginController::secondLogin(const SecondVerifyCodeInfo &info)
     return UnknownError;
 }
 
-HttpReply LoginController::authenticatedPost(const std::string &url, const std::string &body)
+HttpReply LoginController::authenticatedPost(HttpClientWrapper &http, const std::string &url, const std::string &body,
+                                             const std::string &token)
 {
     try {
-        const std::string current = d->currentToken();
         HttpHeaders headers = commonHeaders();
-        headers.emplace_back("Token", current);
-        headers.emplace_back("Authorization", current);
-        return d->http->post(url, headers, body, false);
+        headers.emplace_back("Token", token);
+        headers.emplace_back("Authorization", token);
+        return http.post(url, headers, body, false);
     } catch (const std::exception &e) {
         qCWarning(lcLogin) << "authenticated request failed:" << e.what();
     } catch (...) {

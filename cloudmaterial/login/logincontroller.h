@@ -14,6 +14,7 @@
 
 namespace talvor::cloudmaterial {
 
+class CurrentNode;
 class HttpClientWrapper;
 class LoginDlalog;
 class LoginVerify;
@@ -24,6 +25,10 @@ class VerifyCodeSlider;
  * DNS entry, the slider and code checks, the three login modes, the second factor of a new
  * device, and the session file that a successful login writes. Every call blocks the calling
  * thread for at most one HTTP time-out and reports failures as results, never as exceptions.
+ *
+ * Lives on the Qt thread with its dialogs; it writes the module's CurrentNode when the user
+ * picks a node or a session is restored. The static requests touch no state of it, so the
+ * messaging start may make them on the worker thread.
  */
 class LoginController : public QObject
 {
@@ -41,7 +46,8 @@ public:
         UnknownError = -6,
     };
 
-    explicit LoginController(HttpClientWrapper *http, QObject *parent = nullptr);
+    /** @p node is the module's current node, which the login writes and its requests use. */
+    LoginController(HttpClientWrapper *http, CurrentNode *node, QObject *parent = nullptr);
     ~LoginController() override;
 
     // The login dialogs.
@@ -68,8 +74,10 @@ public:
     void selectNode(const QString &node, const QString &identity);
     std::string currentNode() const;
     std::string currentNodeIdentity() const;
-    /** Blocking; safe on the worker thread. An empty record when the control service fails. */
+    /** Blocking. An empty record when the control service fails. */
     GlobalDNSJson getGlobalDnsAddr();
+    /** The same request to the control service at @p controlUrl; any thread. */
+    static GlobalDNSJson getGlobalDnsAddr(HttpClientWrapper &http, const std::string &controlUrl);
 
     // Protocol calls.
     /** Slider check or code request: true when the cloud accepts it and echoes the request's key. */
@@ -80,8 +88,9 @@ public:
     int handleLogin(const LoginInfo &info);
     /** The second factor of a new device (the verification dialog's sigLogin). */
     int secondLogin(const SecondVerifyCodeInfo &info);
-    /** POST with the module's source and version headers and the current token as Token and Authorization. */
-    HttpReply authenticatedPost(const std::string &url, const std::string &body);
+    /** POST with the module's source and version headers and @p token as Token and Authorization; any thread. */
+    static HttpReply authenticatedPost(HttpClientWrapper &http, const std::string &url, const std::string &body,
+                                       const std::string &token);
     /** The token of the last login, or of the session restored at prepareLogin(). */
     std::string token() const;
 

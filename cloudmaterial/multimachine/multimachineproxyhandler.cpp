@@ -21,7 +21,7 @@ public:
     // Requests from clients whose local answer is still to come, so that answers to this
     // machine's own checks are not sent to the group. Touched on this object's thread only.
     std::multimap<Key, std::string> pendingDownloads; // -> download address
-    std::multiset<Key> pendingQueries;
+    std::set<Key> pendingQueries;
 };
 
 MultimachineProxyHandler::MultimachineProxyHandler(MultimachineProxyClient *client, MultimachineProxyServer *server,
@@ -44,34 +44,39 @@ void MultimachineProxyHandler::serve(MultimachineProxyServer *server, MainContro
     CloudMaterialController *materials = d->materials.get();
     connect(server, &MultimachineProxyServer::sigStartMqtt, this, [controller] { controller->startMqttFromSavedSession(); });
 
-    // The very paths a local request takes: ".temp" file, size check, refusal of unsafe names.
+    // The very paths a local request takes: ".temp" file, size check, refusal of unsafe names,
+    // and one download per file, which the requests of several clients and this machine share.
     connect(server, &MultimachineProxyServer::sigDownloadFile, this,
             [this, materials](const std::string &address, const std::string &id, const std::string &name) {
                 d->pendingDownloads.emplace(Private::Key(id, name), address);
                 Q_EMIT materials->sigDownloadFile(address, id, name);
             });
+    // The group's channel reaches every machine, so one answer serves every client that asked.
     connect(materials, &CloudMaterialController::sigDownloadFileStatusChanged, this,
-            [this, server](const std::string &id, const std::string &name, bool downloaded) {
-                const auto it = d->pendingDownloads.find(Private::Key(id, name));
-                if (it == d->pendingDownloads.end())
-                    return;
-                const std::string address = it->second;
-                d->pendingDownloads.erase(it);
-                server->sendDownloadFileRes(address, id, name, downloaded);
+            [this, server, materials](const std::string &id, const std::string &name, bool downloaded) {
+                const auto [first, last] = d->pendingDownloads.equal_range(Private::Key(id, name));
+                std::set<std::string> addresses;
+                for (auto it = first; it != last; ++it)
+                    addresses.insert(it->second);
+                d->pendingDownloads.erase(first, last);
+                for (const std::string &address : addresses)
+                    server->sendDownloadFileRes(address, id, name, downloaded);
+                // The file is in this machine's folder now: its host hears of it once, as of a
+                // download of its own (one of its own materials it reports itself).
+                CloudMaterialModel known;
+                if (downloaded && !addresses.empty() && !materials->material(id, known))
+                    Q_EMIT materials->sigDownloadSuccess(id, materials->cloudMaterialFolderPath() + "/" + name);
             });
 
     connect(server, &MultimachineProxyServer::sigQueryFileIsExist, this,
             [this, materials](const std::string &id, const std::string &name) {
                 d->pendingQueries.insert(Private::Key(id, name));
-                Q_EMIT materials->sigCloudFileIsExist(id, name);
+                materials->lookForFile(id, name);
             });
     connect(materials, &CloudMaterialController::sigFileExistStatusChanged, this,
             [this, server](const std::string &id, const std::string &name, bool exists) {
-                const auto it = d->pendingQueries.find(Private::Key(id, name));
-                if (it == d->pendingQueries.end())
-                    return;
-                d->pendingQueries.erase(it);
-                server->sendQueryFileIsExistRes(id, name, exists);
+                if (d->pendingQueries.erase(Private::Key(id, name)))
+                    server->sendQueryFileIsExistRes(id, name, exists);
             });
 }
 

@@ -10,6 +10,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QRegularExpression>
+#include <QTimer>
 #include <QUrl>
 
 #include <string_view>
@@ -28,15 +29,21 @@ public:
 
     DownloadStatus downloadFile(std::string_view url, const QString &tempPath);
     DownloadStatus handleResponse(QNetworkReply *reply, const QString &tempPath);
+    bool stopRequested() const { return shouldStop && shouldStop(); }
 
     FileDownloader *const q;
     QNetworkAccessManager manager;
     qint64 bytesWritten = 0;
     std::unique_ptr<QFile> output;
+    std::function<bool()> shouldStop;
+    bool stopped = false;
 };
 
 DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const QString &tempPath)
 {
+    stopped = stopRequested();
+    if (stopped)
+        return Failed;
     QNetworkRequest request(QUrl::fromEncoded(QByteArray(url.data(), int(url.size()))));
     request.setRawHeader("Range", QStringLiteral("bytes=%1-").arg(bytesWritten).toLatin1());
     QNetworkReply *reply = manager.get(request);
@@ -50,9 +57,32 @@ DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const
     QObject::connect(reply, &QNetworkReply::readyRead, &loop,
                      [&] { result = handleResponse(reply, tempPath); });
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    // Asked on this thread, so nothing is ever posted to a downloader that may be gone.
+    QTimer stopPoll;
+    stopPoll.setInterval(FileDownloader::stopPollMs);
+    QObject::connect(&stopPoll, &QTimer::timeout, &loop, [&] {
+        if (stopRequested()) {
+            stopped = true;
+            reply->abort();
+            loop.quit();
+        }
+    });
+    if (shouldStop)
+        stopPoll.start();
     if (!reply->isFinished())
         loop.exec();
+    stopPoll.stop();
 
+    if (stopped) {
+        qCInfo(lcDownload).nospace().noquote() << "download stopped: " << reply->url().toString();
+        if (output) {
+            output->close();
+            output->remove();
+            output.reset();
+        }
+        reply->deleteLater();
+        return Failed;
+    }
     // Bytes that arrived together with the end of the transfer.
     if (reply->bytesAvailable() > 0 && reply->error() == QNetworkReply::NoError)
         result = handleResponse(reply, tempPath);
@@ -131,6 +161,16 @@ FileDownloader::FileDownloader()
 }
 
 FileDownloader::~FileDownloader() = default;
+
+void FileDownloader::setStopCondition(std::function<bool()> shouldStop)
+{
+    d->shouldStop = std::move(shouldStop);
+}
+
+bool FileDownloader::wasStopped() const
+{
+    return d->stopped;
+}
 
 DownloadStatus FileDownloader::download(const std::string &url, const QString &path)
 {

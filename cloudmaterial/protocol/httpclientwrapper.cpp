@@ -14,6 +14,7 @@
 
 #include <map>
 #include <mutex>
+#include <set>
 
 namespace talvor::cloudmaterial {
 
@@ -27,23 +28,6 @@ QNetworkRequest makeRequest(const std::string &url, const HttpHeaders &headers)
     for (const auto &[name, value] : headers)
         request.setRawHeader(QByteArray::fromStdString(name), QByteArray::fromStdString(value));
     return request;
-}
-
-// Waits for the reply or the time-out; true when the reply finished.
-bool waitForReply(QNetworkReply *reply)
-{
-    QEventLoop loop;
-    QTimer timer;
-    timer.setSingleShot(true);
-    const auto timeoutConnection = QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
-    const auto finishedConnection = QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    timer.start(HttpClientWrapper::timeoutMs);
-    if (!reply->isFinished())
-        loop.exec(QEventLoop::ExcludeUserInputEvents);
-    QObject::disconnect(timeoutConnection);
-    QObject::disconnect(finishedConnection);
-    timer.stop();
-    return reply->isFinished();
 }
 
 int statusOf(const QNetworkReply *reply)
@@ -67,25 +51,57 @@ void releaseLate(QNetworkReply *reply)
 class HttpClientWrapper::Private
 {
 public:
+    enum class Wait { Finished, TimedOut, Closed };
+
+    /** Null once shut down. */
     QNetworkAccessManager *managerForThisThread();
+    Wait waitForReply(QNetworkReply *reply);
 
     std::shared_ptr<WorkerPool> pool;
     QThread *workerThread = nullptr;
-    std::mutex mutex;
+    std::mutex mutex; // guards what follows: the calling threads share this object
     // A manager is not thread-safe and belongs to the thread that created it, so each
     // calling thread gets its own; the pool's worker gets the one made at construction.
     // The module calls from long-lived threads only (the GUI thread and the pool's).
     std::map<QThread *, QNetworkAccessManager *> managers;
+    // The local loops of the calls in flight, each on its caller's thread.
+    std::set<QEventLoop *> loops;
+    bool closing = false;
 };
 
 QNetworkAccessManager *HttpClientWrapper::Private::managerForThisThread()
 {
     QThread *const thread = QThread::currentThread();
     std::lock_guard<std::mutex> lock(mutex);
+    if (closing)
+        return nullptr;
     auto &manager = managers[thread];
     if (!manager)
         manager = new QNetworkAccessManager;
     return manager;
+}
+
+HttpClientWrapper::Private::Wait HttpClientWrapper::Private::waitForReply(QNetworkReply *reply)
+{
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, &loop, &QEventLoop::quit);
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (closing)
+            return Wait::Closed;
+        loops.insert(&loop);
+    }
+    timer.start(HttpClientWrapper::timeoutMs);
+    if (!reply->isFinished())
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+    std::lock_guard<std::mutex> lock(mutex);
+    loops.erase(&loop);
+    if (reply->isFinished())
+        return Wait::Finished;
+    return closing ? Wait::Closed : Wait::TimedOut;
 }
 
 HttpClientWrapper::HttpClientWrapper(std::shared_ptr<WorkerPool> pool)
@@ -100,15 +116,25 @@ HttpClientWrapper::HttpClientWrapper(std::shared_ptr<WorkerPool> pool)
 
 HttpClientWrapper::~HttpClientWrapper()
 {
+    shutdown();
+}
+
+void HttpClientWrapper::shutdown()
+{
     std::map<QThread *, QNetworkAccessManager *> managers;
     {
         std::lock_guard<std::mutex> lock(d->mutex);
+        d->closing = true;
+        // Posted, not called: each loop belongs to its caller's thread.
+        for (QEventLoop *loop : d->loops)
+            QMetaObject::invokeMethod(loop, &QEventLoop::quit, Qt::QueuedConnection);
         managers.swap(d->managers);
     }
     for (const auto &[thread, manager] : managers) {
         if (thread == QThread::currentThread())
             delete manager;
         else if (thread == d->workerThread)
+            // After the call in flight there, which returns at once now; a stopped pool drops it.
             d->pool->enqueue([manager = manager] { delete manager; }).wait();
         else
             manager->deleteLater();
@@ -121,11 +147,20 @@ HttpReply HttpClientWrapper::get(const std::string &url, const HttpHeaders &head
     // loop can wait for a reply.
     if (!QCoreApplication::instance())
         return {};
-    QNetworkReply *reply = d->managerForThisThread()->get(makeRequest(url, headers));
+    QNetworkAccessManager *manager = d->managerForThisThread();
+    if (!manager)
+        return {};
+    QNetworkReply *reply = manager->get(makeRequest(url, headers));
 
-    if (!waitForReply(reply)) {
+    switch (d->waitForReply(reply)) {
+    case Private::Wait::Finished:
+        break;
+    case Private::Wait::TimedOut:
         RXCM_LOG_WARN("get reply timeout, url: {}", url);
         releaseLate(reply);
+        return {};
+    case Private::Wait::Closed:
+        reply->abort(); // its manager, going now, frees it
         return {};
     }
 
@@ -165,12 +200,21 @@ HttpReply HttpClientWrapper::post(const std::string &url, const HttpHeaders &hea
         RXCM_LOG_INFO("post data: {}", body);
     }
 
-    QNetworkReply *reply = d->managerForThisThread()->post(request, QByteArray::fromStdString(body));
+    QNetworkAccessManager *manager = d->managerForThisThread();
+    if (!manager)
+        return {};
+    QNetworkReply *reply = manager->post(request, QByteArray::fromStdString(body));
 
-    if (!waitForReply(reply)) {
+    switch (d->waitForReply(reply)) {
+    case Private::Wait::Finished:
+        break;
+    case Private::Wait::TimedOut:
         // The same text as get's: the cloud's operators search the logs for it.
         RXCM_LOG_WARN("get reply timeout, url: {}", url);
         releaseLate(reply);
+        return {};
+    case Private::Wait::Closed:
+        reply->abort(); // its manager, going now, frees it
         return {};
     }
 

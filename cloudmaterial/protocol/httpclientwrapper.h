@@ -16,6 +16,9 @@ class WorkerPool;
  * be made from the GUI thread or a worker thread. A reply counts as successful when its
  * status is 200 and its body nowhere holds the quoted word "error": the cloud reports
  * many failures inside a 200 reply.
+ *
+ * Owned by the Qt thread; get() and post() may be called from any thread, each of which gets
+ * a network access manager of its own. shutdown() ends every call in flight at once.
  */
 class HttpClientWrapper
 {
@@ -30,6 +33,13 @@ public:
     HttpReply get(const std::string &url, const HttpHeaders &headers, bool logReply);
     /** Sends @p body as JSON: "Accept" and "Content-Type" replace the caller's. */
     HttpReply post(const std::string &url, const HttpHeaders &headers, const std::string &body, bool log);
+
+    /**
+     * For the module's teardown, on the owner's thread while the worker pool still runs: calls
+     * waiting on any thread return an empty reply at once, later calls send nothing, and the
+     * network access managers are deleted on their threads.
+     */
+    void shutdown();
 
 private:
     class Private;
