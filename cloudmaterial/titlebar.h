@@ -10,6 +10,8 @@ namespace talvor::cloudmaterial {
  * The title bar of the module's frameless windows: a title, minimise, maximise/restore and
  * close buttons ("ButtonMin", "ButtonMax", "ButtonRestore", "ButtonClose", "TitleLabel" for
  * the style sheet). Dragging it moves the window it belongs to.
+ *
+ * Owned by the Qt thread.
  */
 class TitleBar : public QWidget
 {

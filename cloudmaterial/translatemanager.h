@@ -12,6 +12,8 @@ namespace talvor::cloudmaterial {
 /**
  * The module's translations: one catalogue per language the module ships
  * ("cn", "tw", "en", "ko_KR", "ru_RU"), of which one is installed at a time.
+ *
+ * Used on the Qt thread only.
  */
 class RXCLOUDMATERIAL_EXPORT TranslateManager
 {

@@ -13,6 +13,8 @@ namespace talvor::cloudmaterial {
  * The panel's bottom bar: add (materials are uploaded in the cloud's web console, so it stays
  * disabled and says so), delete of downloaded copies, the view mode switch, download, and a
  * status line.
+ *
+ * A widget: owned by the Qt thread, like every widget of the panel.
  */
 class DetailBottomWidget : public QWidget
 {

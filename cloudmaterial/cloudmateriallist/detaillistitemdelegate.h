@@ -8,6 +8,8 @@ namespace talvor::cloudmaterial {
  * Draws a material of the icon grid: a preview tile (the thumbnail, or the type's stand-in)
  * with the size along its foot and the status image at its top right corner, and the elided
  * name below.
+ *
+ * Owned by the Qt thread.
  */
 class DetailListItemDelegate : public QStyledItemDelegate
 {

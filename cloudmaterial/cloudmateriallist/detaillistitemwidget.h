@@ -12,6 +12,8 @@ namespace talvor::cloudmaterial {
  * The widget behind one item of the icon grid: it holds the material's row and the string
  * handed to the host on a drag, and shows the download progress over the item. The item
  * itself is drawn by DetailListItemDelegate, so the widget lets mouse events through.
+ *
+ * Owned by the Qt thread.
  */
 class DetailListItemWidget : public QWidget
 {

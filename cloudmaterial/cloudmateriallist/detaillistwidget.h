@@ -14,7 +14,7 @@ namespace talvor::cloudmaterial {
 
 class DetailListItemWidget;
 
-/** The icon grid of the materials; a drag hands the material's local path to the host. */
+/** The icon grid of the materials; a drag hands the material's local path to the host. Qt thread. */
 class DetailListWidget : public QListWidget
 {
     Q_OBJECT

@@ -9,7 +9,7 @@ class QPushButton;
 
 namespace talvor::cloudmaterial {
 
-/** The panel's top line: the search field and the refresh button. */
+/** The panel's top line: the search field and the refresh button. Qt thread. */
 class DetailTitleWidget : public QWidget
 {
     Q_OBJECT

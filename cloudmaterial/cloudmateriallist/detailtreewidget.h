@@ -8,7 +8,7 @@
 
 namespace talvor::cloudmaterial {
 
-/** The materials as a table: one top-level row per material. */
+/** The materials as a table: one top-level row per material. Qt thread. */
 class DetailTreeWidget : public QTreeWidget
 {
     Q_OBJECT

@@ -23,6 +23,8 @@ class DetailTreeWidget;
  * icon grid or a table, and the bottom bar. It follows the material controller's signals.
  * Keys: Ctrl+F searches, F5 refreshes, and in a view Enter downloads and Delete removes the
  * downloaded copies of the selection.
+ *
+ * Owned by the Qt thread, where the controller emits its signals.
  */
 class DetailWidget : public QWidget
 {

@@ -9,7 +9,7 @@ class DeviceBindingController;
 
 /**
  * Entry point of the messaging start: takes the session's connection details and runs the
- * binding sequence on the controller it was given.
+ * binding sequence on the controller it was given. Owned by the Qt thread, like that controller.
  */
 class DeviceBinding
 {

@@ -11,6 +11,8 @@
  * The page calls slotJSMsg() with the three values of a passed check; the dialogs read them
  * back when they build a request. It is deliberately kept outside the module namespace:
  * hosts that drive the check themselves refer to it by this plain name.
+ *
+ * Owned by the Qt thread; the web channel delivers the page's calls there.
  */
 class JSMessage : public QObject
 {

@@ -21,6 +21,8 @@ class VerifyCodeSlider;
  * Requests leave as signals that the login controller answers synchronously (direct
  * connections) with a login result: 0 success, -1 wrong code, -2 wrong account or password,
  * -3 unknown phone, -4 unknown e-mail, -5 login type locked, -6 anything else.
+ *
+ * Owned by the Qt thread.
  */
 class LoginDlalog : public QDialog
 {

@@ -14,6 +14,8 @@ class VerifyCodeSlider;
  * The second factor: the cloud wants a code sent to the account's phone or e-mail address
  * before it trusts a new device. Both requests are answered synchronously by the login
  * controller; sigLogin returns 0 on success, which accepts the dialog.
+ *
+ * Owned by the Qt thread.
  */
 class LoginVerify : public QDialog
 {

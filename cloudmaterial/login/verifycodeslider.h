@@ -18,6 +18,8 @@ namespace talvor::cloudmaterial {
  * The dialogs are rebuilt at every login preparation and a view placed in a dialog dies
  * with it, so view() builds a fresh view on the same channel whenever the previous one is
  * gone; the set then starts "not verified" again.
+ *
+ * Owned by the Qt thread, with its views.
  */
 class VerifyCodeSlider : public QObject
 {

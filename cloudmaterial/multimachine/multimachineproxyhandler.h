@@ -17,6 +17,8 @@ class MultimachineProxyServer;
  * own local paths, answering each; on a proxy client it sends the material controller's
  * requests to the server, feeds the answers back and applies the forwarded settings.
  * With neither proxy the material controller serves itself.
+ *
+ * Owned by the Qt thread: the proxies' signals, emitted on the host channel's thread, reach it queued.
  */
 class MultimachineProxyHandler : public QObject
 {

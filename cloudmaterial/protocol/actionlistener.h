@@ -7,6 +7,7 @@
 namespace talvor::cloudmaterial {
 
 // Logs the outcome of the requests it listens to (subscriptions); the name tells them apart.
+// Called on the MQTT library's thread; it holds nothing but its name.
 class ActionListener : public mqtt::iaction_listener
 {
 public:
