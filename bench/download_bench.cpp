@@ -219,7 +219,7 @@ double timeRefresh(HttpClientWrapper &http, const std::shared_ptr<WorkerPool> &p
     QElapsedTimer timer;
     std::size_t added = 0;
     qint64 lastNs = -1;
-    // The signals come from the worker thread; the loop as context makes them queued.
+    // The changes are signalled on this thread once the worker has fetched the catalogue.
     QObject::connect(controller.get(), &CloudMaterialController::addMaterials, &loop,
                      [&](const std::vector<CloudMaterialModel> &models) {
                          added += models.size();
@@ -232,7 +232,8 @@ double timeRefresh(HttpClientWrapper &http, const std::shared_ptr<WorkerPool> &p
     timer.start();
     std::future<void> done = controller->requestRefresh(true);
     loop.exec();
-    // The process-wide refresh guard is released when the task ends; the next run needs it.
+    // The fetch has ended and its changes were applied, which releases the process-wide refresh
+    // guard the next run needs.
     if (done.valid())
         done.wait();
     if (added != std::size_t(mediaCount)) {
