@@ -1,22 +1,50 @@
-// Links against the installed library and drives the façade the way a host does.
+// Links against the installed library and drives the façade the way a host does, from a
+// QObject written with Qt's default keywords.
 #include <cloudmaterial/maincontrollerwrapper.h>
 #include <irxruntime/irxruntime.h>
 
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QObject>
 #include <QTemporaryDir>
 
 #include <cstdio>
 
+class Player : public QObject
+{
+    Q_OBJECT
+
+public:
+    void announce(const QString &folder) { emit configured(folder); }
+
+signals:
+    void configured(const QString &folder);
+
+public slots:
+    void onConfigured(const QString &folder) { lastFolder = folder; }
+
+public:
+    QString lastFolder;
+};
+
 int main(int argc, char **argv)
 {
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
     QTemporaryDir dir;
+    Player player;
+    QObject::connect(&player, &Player::configured, &player, &Player::onConfigured);
+
     auto &cloud = talvor::cloudmaterial::MainControllerWrapper::instance();
     cloud.setRXRuntime(nullptr);
     cloud.setAppConfigPath(dir.path().toStdString());
     cloud.setCurrentLanguage("en");
+    player.announce(dir.path());
+    if (player.lastFolder != dir.path()) {
+        std::fprintf(stderr, "the host's own signal did not arrive\n");
+        return 1;
+    }
     if (!QFile::exists(dir.path() + QStringLiteral("/cloud/config.json"))) {
         std::fprintf(stderr, "config.json was not written\n");
         return 1;
@@ -28,3 +56,5 @@ int main(int argc, char **argv)
     std::printf("consumer ok\n");
     return 0;
 }
+
+#include "main.moc"
