@@ -3,6 +3,8 @@
 #include "cloudmaterial/protocol/ajsonex.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QSaveFile>
 
@@ -39,6 +41,21 @@ Record readRecord(const std::string &path)
     Record record;
     ajson::load_from_file_nothrow(record, path.c_str());
     return record;
+}
+
+// The login dialog's calling codes: the module's own table, unless the host placed one.
+void writeDefaultCountryCodes(const std::string &path)
+{
+    const QString target = QString::fromStdString(path);
+    if (QFileInfo::exists(target))
+        return;
+    QFile builtIn(QStringLiteral(":/cloudmaterialtheme/config/countrycode.json"));
+    QFile file(target);
+    // NewOnly: a file the host writes meanwhile is never replaced.
+    if (!builtIn.open(QIODevice::ReadOnly) || !QDir().mkpath(QFileInfo(target).path())
+        || !file.open(QIODevice::WriteOnly | QIODevice::NewOnly) || file.write(builtIn.readAll()) < 0) {
+        qCWarning(lcConfig) << "cannot write the default country codes to" << target << file.errorString();
+    }
 }
 
 } // namespace
@@ -91,6 +108,8 @@ void ConfigStore::setConfigPath(const std::string &folder)
         if (!dir.mkpath(QString::fromStdString(path)))
             qCWarning(lcConfig) << "cannot create" << QString::fromStdString(path);
     }
+
+    writeDefaultCountryCodes(cloud + "/config/countrycode.json");
 
     ConfigJson current = config();
     if (current.nodes.empty())

@@ -22,7 +22,10 @@ public:
     ConfigStore(const ConfigStore &) = delete;
     ConfigStore &operator=(const ConfigStore &) = delete;
 
-    /** Creates F/cloud and F/cloud/nodes, and writes config.json with defaults filled in. */
+    /**
+     * Creates F/cloud and F/cloud/nodes, writes config.json with defaults filled in, and the
+     * module's table of calling codes as F/cloud/config/countrycode.json unless one is there.
+     */
     void setConfigPath(const std::string &folder);
 
     TokenInfoJson tokenInfo() const;

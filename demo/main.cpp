@@ -143,9 +143,6 @@ int main(int argc, char *argv[])
             std::fprintf(stderr, "the local cloud did not start: %s\n", qPrintable(cloud.error()));
             return 1;
         }
-        // The country list of the login dialog lives in the host's config folder.
-        QFile::copy(appDir + QStringLiteral("/countrycode.json"),
-                    configFolder + QStringLiteral("/cloud/config/countrycode.json"));
         std::printf("step: local cloud running, config in %s\n", qPrintable(configFolder));
         std::fflush(stdout);
         groupCloud = {cloud.brokerUrl(), cloud.cloudUrl(), cloud.caFile()};

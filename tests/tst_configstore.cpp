@@ -81,6 +81,21 @@ private Q_SLOTS:
         QCOMPARE(s_lines, QStringList{"load from file throw exception: e.what() is: can't open file:" + path});
     }
 
+    // The login dialog's calling codes: the module's table in a fresh folder, the host's own kept.
+    void countryCodes()
+    {
+        const QString path = cloud() + "/config/countrycode.json";
+        m_store->setConfigPath(m_dir->path().toStdString());
+        const QByteArray shipped = readAll(RXCM_COUNTRY_CODES_SOURCE);
+        QVERIFY(shipped.contains("\"country_code\""));
+        QCOMPARE(readAll(path), shipped);
+        QVERIFY(QFileInfo(path).isWritable());
+        const QByteArray own = R"({"country_code":[{"code":"+44","label":"英国","enLabel":"United Kingdom"}]})";
+        QVERIFY(writeAll(path, own));
+        m_store->setConfigPath(m_dir->path().toStdString());
+        QCOMPARE(readAll(path), own);
+    }
+
 private:
     QString cloud() const { return m_dir->path() + QStringLiteral("/cloud"); }
     std::unique_ptr<QTemporaryDir> m_dir;
