@@ -22,9 +22,11 @@
 #include <QLoggingCategory>
 #include <QNetworkConfigurationManager>
 #include <QDateTime>
+#include <QFileInfo>
 #include <QSettings>
 #include <QUuid>
 
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcController, "rxcm.controller", QtInfoMsg)
 
@@ -79,6 +81,8 @@ public:
     }
 
     void applyTheme(const QString &themeFile);
+    // The default theme file beside the host's executable, unless the host loaded a theme.
+    void ensureTheme();
     void applyDialogStyleSheets();
     void connectLogin();
     void connectDevices();
@@ -123,6 +127,7 @@ public:
     std::unique_ptr<MultimachineProxyHandler> proxyHandler;
 
     QString styleSheet; // the module's part of the application style sheet
+    bool themeChosen = false; // by loadTheme(), or the default one read once
     std::string currentLanguage = "cn";
     std::string serialNumber;
     std::string appVersion;
@@ -136,8 +141,20 @@ public:
     MainController *const q;
 };
 
+void MainController::Private::ensureTheme()
+{
+    if (std::exchange(themeChosen, true))
+        return;
+    const QString file = QCoreApplication::applicationDirPath() + QStringLiteral("/cloudmaterialtheme/cloudmaterial.theme");
+    if (QFileInfo::exists(file))
+        applyTheme(file);
+    else
+        qCInfo(lcController) << "no default theme at" << file;
+}
+
 void MainController::Private::applyTheme(const QString &themeFile)
 {
+    themeChosen = true;
     QSettings settings(themeFile, QSettings::IniFormat);
     HV::Theme::readSettings(settings);
     const QString name = settings.value(QStringLiteral("QSS")).toString();
@@ -417,6 +434,7 @@ void MainController::login()
     if (!session.currentNodeIdentity.empty() && !session.currentNode.empty())
         d->node.set(session.currentNode, session.currentNodeIdentity);
     d->login.setLanguage(d->currentLanguage);
+    d->ensureTheme();
     d->login.prepareLogin();
     d->login.showLoginDialog();
 }
@@ -451,6 +469,7 @@ void MainController::exitLoginVerify()
 
 QWidget *MainController::cloudMaterialList()
 {
+    d->ensureTheme();
     return d->materials->listWidget();
 }
 

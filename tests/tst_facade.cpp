@@ -21,6 +21,7 @@ class TestFacade : public QObject
 
 private Q_SLOTS:
     void initTestCase();
+    void defaultThemeWithoutLoadTheme(); // first: nothing has asked for the panel yet
     void callsFollowTheRole();
     void sessionReachesTheHost();
     void themeReplacesTheModuleStyleSheet();
@@ -44,6 +45,17 @@ void TestFacade::initTestCase()
     const QString text = QString::fromStdString(lines.front().text);
     QVERIFY2(QRegularExpression(QStringLiteral("^AppConfigPath: %1 \\n //maincontroller:setAppConfigPath\\(\\)#\\d+\\.$")
                                     .arg(QRegularExpression::escape(configDir.path()))).match(text).hasMatch(), qPrintable(text));
+}
+
+// A host that never loads a theme gets the one beside its executable when the panel is made.
+void TestFacade::defaultThemeWithoutLoadTheme()
+{
+    QVERIFY(QFileInfo::exists(QCoreApplication::applicationDirPath() + "/cloudmaterialtheme/cloudmaterial.theme"));
+    QVERIFY(qApp->styleSheet().isEmpty());
+    QVERIFY(wrapper.cloudMaterialList());
+    const QString sheet = qApp->styleSheet();
+    QCOMPARE(sheet.count(QStringLiteral("QWidget#CloudMaterialList {")), 1);
+    QVERIFY2(sheet.contains(QStringLiteral("#2f8cff")) && !sheet.contains(QLatin1Char('@')), qPrintable(sheet));
 }
 
 void TestFacade::callsFollowTheRole()

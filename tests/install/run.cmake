@@ -11,3 +11,10 @@ foreach(step
     message(FATAL_ERROR "step failed (${result}): ${step}")
   endif()
 endforeach()
+
+# What the module reads at run time beside the host's executable and in the shared data folder.
+foreach(file bin/cloudmaterialtheme/cloudmaterial.theme bin/cloud/html/nc.html)
+  if(NOT EXISTS "${WORK_DIR}/prefix/${file}")
+    message(FATAL_ERROR "the install tree lacks ${file}")
+  endif()
+endforeach()
