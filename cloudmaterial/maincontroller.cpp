@@ -7,6 +7,7 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/sessionticket.h"
+#include "cloudmaterial/stdstringmetatype_p.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/login/nodesjson.h"

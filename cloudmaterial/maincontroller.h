@@ -108,9 +108,3 @@ private:
 };
 
 } // namespace talvor::cloudmaterial
-
-// The module's signals carry UTF-8 std::strings, also across threads.
-#ifndef RXCM_STD_STRING_METATYPE
-#define RXCM_STD_STRING_METATYPE
-Q_DECLARE_METATYPE(std::string)
-#endif

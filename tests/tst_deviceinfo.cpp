@@ -4,11 +4,10 @@
 #include "cloudmaterial/devicebinding/deviceinformation.h"
 #include "cloudmaterial/devicebinding/devicemessagejson.h"
 #include "cloudmaterial/devicebinding/devicetopics.h"
+#include "cloudmaterial/stdstringmetatype_p.h"
 
 #include <QNetworkInterface>
 #include <QtTest>
-
-Q_DECLARE_METATYPE(std::string)
 
 using namespace talvor::cloudmaterial;
 namespace t = talvor::cloudmaterial::devicetopics;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cloudmaterial/stdstringmetatype_p.h"
+
 #include <QMetaType>
 
 #include <cstdint>
@@ -55,8 +57,3 @@ Q_DECLARE_METATYPE(talvor::cloudmaterial::CatalogueState)
 Q_DECLARE_METATYPE(talvor::cloudmaterial::CloudMaterialModel)
 Q_DECLARE_METATYPE(std::vector<talvor::cloudmaterial::CloudMaterialModel>)
 Q_DECLARE_METATYPE(std::vector<std::string>)
-// The module's signals carry UTF-8 std::strings, also across threads.
-#ifndef RXCM_STD_STRING_METATYPE
-#define RXCM_STD_STRING_METATYPE
-Q_DECLARE_METATYPE(std::string)
-#endif

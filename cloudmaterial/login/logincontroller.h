@@ -4,6 +4,7 @@
 #include "cloudmaterial/login/loginjson.h"
 #include "cloudmaterial/login/nodesjson.h"
 #include "cloudmaterial/protocol/httpreply.h"
+#include "cloudmaterial/stdstringmetatype_p.h"
 
 #include <QObject>
 #include <QString>
@@ -110,9 +111,3 @@ private:
 };
 
 } // namespace talvor::cloudmaterial
-
-// The module's signals carry UTF-8 std::strings, also across threads.
-#ifndef RXCM_STD_STRING_METATYPE
-#define RXCM_STD_STRING_METATYPE
-Q_DECLARE_METATYPE(std::string)
-#endif

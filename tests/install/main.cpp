@@ -1,6 +1,8 @@
 // Links against the installed library and drives the façade the way a host does, from a
 // QObject written with Qt's default keywords.
+#include <cloudmaterial/maincontroller.h>
 #include <cloudmaterial/maincontrollerwrapper.h>
+#include <cloudmaterial/translatemanager.h>
 #include <irxruntime/irxruntime.h>
 
 #include <QApplication>
@@ -8,8 +10,13 @@
 #include <QFile>
 #include <QObject>
 #include <QTemporaryDir>
+#include <QVariant>
 
 #include <cstdio>
+#include <string>
+
+// Hosts that pass std::string through QVariant declare it themselves.
+Q_DECLARE_METATYPE(std::string)
 
 class Player : public QObject
 {
@@ -41,6 +48,10 @@ int main(int argc, char **argv)
     cloud.setAppConfigPath(dir.path().toStdString());
     cloud.setCurrentLanguage("en");
     player.announce(dir.path());
+    if (QVariant::fromValue(cloud.userId()).value<std::string>() != "0") {
+        std::fprintf(stderr, "the host's own std::string meta-type does not work\n");
+        return 1;
+    }
     if (player.lastFolder != dir.path()) {
         std::fprintf(stderr, "the host's own signal did not arrive\n");
         return 1;
