@@ -94,11 +94,9 @@ public:
         login.restoreSession();
         node.set(session.currentNode, session.currentNodeIdentity);
     }
-    void beginSession() { session.begin(); }
     // Logout, unbinding or clear(): whatever was started for the session stops here.
     void endSession()
     {
-        session.end();
         messaging.end();
         devices.clear();
         materials->clear();
@@ -135,7 +133,6 @@ public:
     std::string deviceName;
     int volume = 0;
 
-    Session session;   // logged in: from a login or a resumed session to its end
     Session messaging; // the newest messaging start; a newer one or the session's end ends it
     bool closed = false; // torn down at exit
 
@@ -183,7 +180,6 @@ void MainController::Private::connectLogin()
         if (closed)
             return;
         const TokenInfoJson session = ConfigStore::instance().tokenInfo();
-        beginSession();
         Q_EMIT q->loginSuccess(session.username);
         materials->requestRefresh(true);
     });
@@ -313,7 +309,6 @@ void MainController::Private::tearDown()
     if (closed)
         return;
     closed = true;
-    session.end();
     messaging.end();
     materials->shutdown();
     // Calls in flight return at once; the worker's network access manager goes on the worker.
@@ -451,7 +446,6 @@ bool MainController::autoLogin()
 
     if (!isComplete(playerAuth(session.auth)))
         return false;
-    d->beginSession();
     Q_EMIT loginSuccess(session.username);
     Q_EMIT d->login.tokenChanged(session.auth);
     d->materials->requestRefresh(true);
