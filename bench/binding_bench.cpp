@@ -15,6 +15,7 @@
 
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 #include "cloudmaterial/protocol/tcpnodelay.h"
 #include "cloudmaterial/workerpool.h"
@@ -336,7 +337,7 @@ int main(int argc, char **argv)
         if (run > 0) {
             wrapper.clear();
             // The previous run's catalogue refresh must not share the worker with this one.
-            controller.workerPool()->enqueue([] {}).wait();
+            MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
         }
         sink->reset();
         loginNs = -1;

@@ -1,4 +1,5 @@
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/maincontroller_p.h"
 
 #include "cloudmaterial/bindingaccountjson.h"
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
@@ -444,17 +445,12 @@ bool MainController::autoLogin()
         return false;
     d->adoptSessionNode(session);
 
-    if (!isComplete(playerAuth(session.auth)))
+    if (!isComplete(requestPlayerAuth(d->http, d->node.host(), session.auth)))
         return false;
     Q_EMIT loginSuccess(session.username);
     Q_EMIT d->login.tokenChanged(session.auth);
     d->materials->requestRefresh(true);
     return true;
-}
-
-BindingAccountJson MainController::playerAuth(const std::string &token)
-{
-    return requestPlayerAuth(d->http, d->node.host(), token);
 }
 
 void MainController::exitLoginVerify()
@@ -559,19 +555,19 @@ IRXRuntime *MainController::runtime() const
     return d->runtime;
 }
 
-std::shared_ptr<WorkerPool> MainController::workerPool() const
+std::shared_ptr<WorkerPool> MainControllerInternals::workerPool(const MainController &controller)
 {
-    return d->pool;
+    return controller.d->pool;
 }
 
-std::shared_ptr<CloudMaterialController> MainController::materialController() const
+std::shared_ptr<CloudMaterialController> MainControllerInternals::materialController(const MainController &controller)
 {
-    return d->materials;
+    return controller.d->materials;
 }
 
-LoginController &MainController::loginController() const
+LoginController &MainControllerInternals::loginController(const MainController &controller)
 {
-    return d->login;
+    return controller.d->login;
 }
 
 } // namespace talvor::cloudmaterial

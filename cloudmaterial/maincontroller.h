@@ -15,12 +15,8 @@ class QWidget;
 
 namespace talvor::cloudmaterial {
 
-struct BindingAccountJson;
-class CloudMaterialController;
-class LoginController;
 class MultimachineProxyClient;
 class MultimachineProxyServer;
-class WorkerPool;
 
 /**
  * The module's central controller: owns every other part of the module and ties them
@@ -71,9 +67,6 @@ public:
      * comes from the session saved in the configuration folder the group's machines share.
      */
     void startMqttFromSavedSession();
-    /** Asks the cloud for the account that binds this player; blocking. */
-    BindingAccountJson playerAuth(const std::string &token);
-
     std::string token() const;
     std::string userId() const;
     std::string node() const;
@@ -87,9 +80,6 @@ public:
     int volume() const;
     bool hasStarDragCallback() const;
     IRXRuntime *runtime() const;
-    std::shared_ptr<WorkerPool> workerPool() const;
-    std::shared_ptr<CloudMaterialController> materialController() const;
-    LoginController &loginController() const;
 
     /** The module's language code for a host language code. */
     static std::string mapLanguage(std::string_view code);
@@ -100,6 +90,7 @@ Q_SIGNALS:
     void sigDownloadSuccess(const std::string &id, const std::string &path);
 
 private:
+    friend class MainControllerInternals;
     MainController();
     static void tearDown();
 

@@ -2,6 +2,7 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 
 #include "support/fakeruntime.h"
@@ -100,8 +101,8 @@ void TestFacade::callsFollowTheRole()
 
 void TestFacade::sessionReachesTheHost()
 {
-    LoginController &login = controller.loginController();
-    auto materials = controller.materialController();
+    LoginController &login = MainControllerInternals::loginController(controller);
+    auto materials = MainControllerInternals::materialController(controller);
     QSignalSpy logins(&wrapper, &MainControllerWrapper::loginSuccess);
     QSignalSpy logouts(&wrapper, &MainControllerWrapper::exitLoginSuccess);
 

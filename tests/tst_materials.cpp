@@ -6,6 +6,7 @@
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/workerpool.h"
@@ -296,9 +297,9 @@ void TestMaterials::download()
     auto &wrapper = MainControllerWrapper::instance();
     wrapper.setRXRuntime(nullptr);
     wrapper.setCloudMaterialFolderPath(inner.toStdString());
-    auto controller = MainController::instance().materialController();
+    auto controller = MainControllerInternals::materialController(MainController::instance());
     controller->clear(); // whatever an earlier row left
-    MainController::instance().loginController().selectNode(cloud.host(), "node-1");
+    MainControllerInternals::loginController(MainController::instance()).selectNode(cloud.host(), "node-1");
     controller->setToken(token);
     QSignalSpy hostSignal(&wrapper, &MainControllerWrapper::sigDownloadSuccess);
     QSignalSpy states(controller.get(), &CloudMaterialController::materialDownloadStatusChanged);

@@ -5,6 +5,7 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 #include "cloudmaterial/workerpool.h"
 
@@ -110,7 +111,7 @@ void TestMessaging::resume(const QString &identity, bool start)
     ConfigStore::instance().setTokenInfo({"tok-1", "ann", "", "", "", 1001, identity.toStdString(), cloud.host().toStdString()});
     if (!start)
         return;
-    controller.loginController().restoreSession();
+    MainControllerInternals::loginController(controller).restoreSession();
     controller.startMqtt();
 }
 
@@ -173,11 +174,11 @@ void TestMessaging::failedStarts()
     // Without a node identity nothing is asked, not even the DNS entry.
     LogCapture log;
     resume(QString(), false);
-    controller.loginController().resetNodeState();
+    MainControllerInternals::loginController(controller).resetNodeState();
     controller.startMqtt();
     QTRY_COMPARE(log.linesStartingWith("_currentNodeIdentity is empty, mqtt create fail!!!").size(), std::size_t(1));
     QCOMPARE(log.linesStartingWith("_currentNodeIdentity").front().level, spdlog::level::err);
-    controller.workerPool()->enqueue([] {}).wait();
+    MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
     QCOMPARE(cloud.requests().size(), 0);
 
     // The main exchange endpoint fails, so the backup is asked; its account does not decrypt.
@@ -186,7 +187,7 @@ void TestMessaging::failedStarts()
     resume("cn-1");
     QTRY_COMPARE_WITH_TIMEOUT(exchanges().size(), 1, 20000);
     QCOMPARE(exchanges()[0].toObject()["endpoint"].toString(), "backup");
-    controller.workerPool()->enqueue([] {}).wait();
+    MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
     // A wrong key almost always breaks the padding, said as an error; on the rare pass the account is garbage.
     const auto failed = log.linesStartingWith("aesEcbDecrypt exception: ");
     QVERIFY(failed.empty() ? log.linesStartingWith("MQTT: {\"password\"").empty() : failed.front().level == spdlog::level::err);
@@ -209,7 +210,7 @@ void TestMessaging::clearStopsAStartUnderWay()
     };
     QTRY_VERIFY(dnsAsked());
     wrapper.clear();
-    controller.workerPool()->enqueue([] {}).wait();
+    MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
     QTest::qWait(100); // what the worker might have handed to this thread
     QVERIFY(exchanges().isEmpty());
     QVERIFY(log.linesStartingWith("Connecting to the MQTT server...").empty());
@@ -220,15 +221,15 @@ void TestMessaging::clearStopsAStartUnderWay()
 void TestMessaging::newestStartWins()
 {
     resume("cn-1", false);
-    controller.loginController().restoreSession();
+    MainControllerInternals::loginController(controller).restoreSession();
     // The worker is held until all three are asked for, as when a busy worker meets a second press.
     std::promise<void> gate;
-    controller.workerPool()->enqueue([opened = gate.get_future().share()] { opened.wait(); });
+    MainControllerInternals::workerPool(controller)->enqueue([opened = gate.get_future().share()] { opened.wait(); });
     for (int i = 0; i < 3; ++i)
         controller.startMqtt();
     gate.set_value();
     QTRY_VERIFY_WITH_TIMEOUT(upstreamTopics().contains(basic), 30000);
-    controller.workerPool()->enqueue([] {}).wait();
+    MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
     QCOMPARE(exchanges().size(), 1);
     QCOMPARE(upstreamTopics().count(bindingRequest), 1);
 }

@@ -7,6 +7,7 @@
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 #include "cloudmaterial/multimachine/multimachineproxyclient.h"
 #include "cloudmaterial/multimachine/multimachineproxyhandler.h"
@@ -228,23 +229,23 @@ void TestProxy::facadeByRole()
         TokenInfoJson session;
         session.auth = "t";
         ConfigStore::instance().setTokenInfo(session);
-        Q_EMIT controller.loginController().sigLoginSucceeded();
+        Q_EMIT MainControllerInternals::loginController(controller).sigLoginSucceeded();
         QCOMPARE(channel.sent().at(0).name, std::string("StartMqtt"));
-        Q_EMIT controller.materialController()->sigCloudFileIsExist("m9", "z.png");
+        Q_EMIT MainControllerInternals::materialController(controller)->sigCloudFileIsExist("m9", "z.png");
         QTRY_COMPARE(lastSent(channel), std::string("QueryFileIsExist"));
         // The settings the server forwards are applied here, whatever thread brings them.
         std::thread([&] { channel.deliver("SetDeviceName", packed("Lobby")); }).join();
         QTRY_COMPARE(controller.deviceName(), std::string("Lobby"));
         ConfigStore::instance().setTokenInfo(TokenInfoJson());
         QVERIFY(log.linesStartingWith("mqtt client id: ").empty());
-        controller.workerPool()->enqueue([] {}).wait();
+        MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
         wrapper.setRXRuntime(nullptr);
     }
     // A server starts nothing on its own login, only on a client's request, and forwards its settings.
     FakeRuntime channel(Role::ProxyServer);
     wrapper.setRXRuntime(&channel);
     Q_EMIT controller.loginSuccess("ann");
-    controller.workerPool()->enqueue([] {}).wait();
+    MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
     QVERIFY(channel.sent().empty());
     QVERIFY(log.linesStartingWith("mqtt client id: ").empty());
     std::thread([&] { channel.deliver("StartMqtt", "\x90"); }).join();

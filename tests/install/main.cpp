@@ -60,6 +60,12 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "config.json was not written\n");
         return 1;
     }
+    // A fresh folder gets the calling codes the login dialog offers.
+    QFile codes(dir.path() + QStringLiteral("/cloud/config/countrycode.json"));
+    if (!codes.open(QIODevice::ReadOnly) || !codes.readAll().contains("\"+86\"")) {
+        std::fprintf(stderr, "countrycode.json was not written\n");
+        return 1;
+    }
     if (!cloud.token().empty() || cloud.userId() != "0") {
         std::fprintf(stderr, "a fresh folder holds a session\n");
         return 1;

@@ -1,20 +1,87 @@
-# ctest: install the build into a scratch prefix, then configure, build and run a host
-# project against it. Arguments: BUILD_DIR, SOURCE_DIR, WORK_DIR, GENERATOR.
+# ctest: puts the library where a host developer gets it, then builds hosts against that alone.
+#   MODE=install  cmake --install into <WORK_DIR>/prefix
+#   MODE=deb      cpack -G DEB, then dpkg-deb -x of every package into <WORK_DIR>/root (prefix /usr)
+# Against that prefix it builds the minimal host of docs/integration.md, exactly as written there,
+# and the consumer in this folder, runs the consumer, and puts the host's executable in the
+# prefix's bin/ as a player ships it (tst_installedhost runs it against the local cloud).
+# Arguments: MODE, BUILD_DIR, SOURCE_DIR (this folder), DOC, WORK_DIR, GENERATOR, PROJECT_SOURCE_DIR.
 file(REMOVE_RECURSE ${WORK_DIR})
-foreach(step
-    "${CMAKE_COMMAND};--install;${BUILD_DIR};--prefix;${WORK_DIR}/prefix"
-    "${CMAKE_COMMAND};-S;${SOURCE_DIR};-B;${WORK_DIR}/build;-G;${GENERATOR};-DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix"
-    "${CMAKE_COMMAND};--build;${WORK_DIR}/build"
-    "${WORK_DIR}/build/consumer")
-  execute_process(COMMAND ${step} RESULT_VARIABLE result)
-  if(NOT result EQUAL 0)
-    message(FATAL_ERROR "step failed (${result}): ${step}")
-  endif()
-endforeach()
 
-# What the module reads at run time beside the host's executable and in the shared data folder.
-foreach(file bin/cloudmaterialtheme/cloudmaterial.theme bin/cloud/html/nc.html)
-  if(NOT EXISTS "${WORK_DIR}/prefix/${file}")
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "step failed (${result}): ${ARGN}\n${out}")
+  endif()
+endfunction()
+
+if(MODE STREQUAL "install")
+  set(prefix ${WORK_DIR}/prefix)
+  run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+elseif(MODE STREQUAL "deb")
+  set(prefix ${WORK_DIR}/root/usr)
+  run(cpack -G DEB -B ${WORK_DIR}/debs --config ${BUILD_DIR}/CPackConfig.cmake)
+  file(GLOB debs ${WORK_DIR}/debs/*.deb)
+  set(names)
+  foreach(deb IN LISTS debs)
+    execute_process(COMMAND dpkg-deb -f ${deb} Package Depends OUTPUT_VARIABLE fields)
+    message(STATUS "${fields}")
+    string(REGEX MATCH "Package: [^\n]*" name "${fields}")
+    list(APPEND names "${name}")
+    if(name MATCHES "librxcloudmaterial[0-9]" AND NOT fields MATCHES "libqt5webenginewidgets5")
+      message(FATAL_ERROR "the runtime package does not depend on the web engine:\n${fields}")
+    endif()
+    run(dpkg-deb -x ${deb} ${WORK_DIR}/root)
+  endforeach()
+  foreach(expected librxcloudmaterial0 librxcloudmaterial-dev rxhostplatform)
+    if(NOT names MATCHES "Package: ${expected}(;|$)")
+      message(FATAL_ERROR "cpack built no ${expected} package: ${names}")
+    endif()
+  endforeach()
+else()
+  message(FATAL_ERROR "MODE is install or deb")
+endif()
+
+# What the module reads at run time beside the host's executable.
+foreach(file bin/cloudmaterialtheme/cloudmaterial.theme bin/cloud/html/nc.html
+        share/themes/images/default/cloudmaterial)
+  if(NOT EXISTS "${prefix}/${file}")
     message(FATAL_ERROR "the install tree lacks ${file}")
   endif()
 endforeach()
+
+# The minimal host, from the code blocks that follow "<!-- host: <file> -->" in the guide.
+file(READ ${DOC} guide)
+foreach(name CMakeLists.txt main.cpp)
+  string(FIND "${guide}" "<!-- host: ${name} -->" at)
+  if(at LESS 0)
+    message(FATAL_ERROR "${DOC} shows no ${name} of the minimal host")
+  endif()
+  string(SUBSTRING "${guide}" ${at} -1 rest)
+  string(REGEX MATCH "```[a-z]*\n(.*)" rest "${rest}")
+  set(rest "${CMAKE_MATCH_1}")
+  string(FIND "${rest}" "\n```" end)
+  string(SUBSTRING "${rest}" 0 ${end} code)
+  file(WRITE ${WORK_DIR}/host/${name} "${code}\n")
+endforeach()
+
+foreach(project host consumer)
+  set(source ${WORK_DIR}/host)
+  if(project STREQUAL "consumer")
+    set(source ${SOURCE_DIR})
+  endif()
+  run(${CMAKE_COMMAND} -S ${source} -B ${WORK_DIR}/build-${project} -G ${GENERATOR}
+      -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_EXPORT_COMPILE_COMMANDS=ON)
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/build-${project})
+  # Only the install tree: nothing of the sources or of the build tree reaches the compiler.
+  file(READ ${WORK_DIR}/build-${project}/compile_commands.json commands)
+  foreach(forbidden "${PROJECT_SOURCE_DIR}/cloudmaterial" "${PROJECT_SOURCE_DIR}/platform"
+                    "${BUILD_DIR}/cloudmaterial" "${BUILD_DIR}/platform")
+    string(FIND "${commands}" "${forbidden}" hit)
+    if(hit GREATER -1)
+      message(FATAL_ERROR "the ${project} build reaches ${forbidden}")
+    endif()
+  endforeach()
+endforeach()
+
+run(${WORK_DIR}/build-consumer/consumer)
+file(COPY ${WORK_DIR}/build-host/player DESTINATION ${prefix}/bin)
