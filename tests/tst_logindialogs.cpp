@@ -108,6 +108,7 @@ private Q_SLOTS:
     void accountLoginNeedsTheSlider();
     void codeLogin();
     void links();
+    void freshConfigurationHasCountryCodes();
     void verifyShowsContact();
     void verifyCountdownResetAndConfirm();
     void screenshots();
@@ -430,6 +431,26 @@ void TestLoginDialogs::links()
     // The country codes from the file, a number read as text.
     auto *codes = child<QComboBox>(dialog, "comboBox_typeNum");
     QCOMPARE(QStringList({codes->itemText(0), codes->itemText(1), codes->itemText(2)}), QStringList({"+86", "+44", "1"}));
+}
+
+// A host's first start: nothing in its configuration folder, and a phone login still offers codes.
+void TestLoginDialogs::freshConfigurationHasCountryCodes()
+{
+    QTemporaryDir fresh;
+    ConfigStore::instance().setConfigPath(fresh.path().toStdString());
+    const auto restore = qScopeGuard([this] { ConfigStore::instance().setConfigPath(configDir.path().toStdString()); });
+    QFile builtIn(QStringLiteral(":/cloudmaterialtheme/config/countrycode.json"));
+    QVERIFY(builtIn.open(QIODevice::ReadOnly));
+    QStringList expected;
+    for (const auto &entry : QJsonDocument::fromJson(builtIn.readAll()).object().value("country_code").toArray())
+        expected << entry.toObject().value("code").toString();
+    QVERIFY(expected.size() > 1 && expected.front() == QLatin1String("+86"));
+
+    auto *codes = child<QComboBox>(showLogin(1), "comboBox_typeNum");
+    QStringList offered;
+    for (int i = 0; i < codes->count(); ++i)
+        offered << codes->itemText(i);
+    QCOMPARE(offered, expected);
 }
 
 void TestLoginDialogs::verifyShowsContact()
