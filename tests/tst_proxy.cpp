@@ -288,13 +288,15 @@ void TestProxy::serverAnswersForTheClient()
     QCOMPARE(texts(exists.at(0)), (QStringList{"m1", "clip one.mp4", "true"}));
 
     // A name that would leave the server's folder is refused there, and answered as a failure.
-    const msgpack::sbuffer hostile = proxycodec::pack(std::string("https://h/x"), std::string("m6"), std::string("../x"), false);
+    // Named after this run's folder, so that nothing else in its parent can answer for it.
+    const std::string escape = "../" + QFileInfo(serverFolder.path()).fileName().toStdString() + "-escaped";
+    const msgpack::sbuffer hostile = proxycodec::pack(std::string("https://h/x"), std::string("m6"), escape, false);
     LogCapture log;
     QVERIFY(serverSide.deliver("DownloadFile", std::string(hostile.data(), hostile.size())));
     QTRY_COMPARE(lastSent(serverSide), std::string("DownloadFileRes"));
-    QCOMPARE(unpack4(serverSide.sent().back().payload), (Args4{"https://h/x", "m6", "../x", false}));
+    QCOMPARE(unpack4(serverSide.sent().back().payload), (Args4{"https://h/x", "m6", escape, false}));
     QCOMPARE(log.linesStartingWith("refused to download m6").size(), std::size_t(1));
-    QVERIFY(!QFile::exists(QDir(serverFolder.path()).filePath(QStringLiteral("../x"))));
+    QVERIFY(!QFile::exists(QDir(serverFolder.path()).filePath(QString::fromStdString(escape))));
 }
 
 // Two clients and the server itself want the same file: one download, and every asker hears of it.
