@@ -64,13 +64,23 @@ foreach(name CMakeLists.txt main.cpp)
   file(WRITE ${WORK_DIR}/host/${name} "${code}\n")
 endforeach()
 
-foreach(project host consumer)
+# A host with host libraries of its own: copies of the reference builds in a folder of the host's.
+file(MAKE_DIRECTORY ${WORK_DIR}/own/lib ${WORK_DIR}/own/include)
+file(GLOB own_libraries ${prefix}/lib/libpwspdlog.so ${prefix}/lib/libhvtheme.so ${prefix}/lib/librxtranslate.so)
+file(COPY ${own_libraries} DESTINATION ${WORK_DIR}/own/lib)
+file(COPY ${prefix}/include/rxhostplatform/ DESTINATION ${WORK_DIR}/own/include)
+
+foreach(project host consumer consumer-own)
   set(source ${WORK_DIR}/host)
-  if(project STREQUAL "consumer")
+  set(options)
+  if(project MATCHES "^consumer")
     set(source ${SOURCE_DIR})
   endif()
+  if(project STREQUAL "consumer-own")
+    set(options -DHOST_LIBRARIES=${WORK_DIR}/own)
+  endif()
   run(${CMAKE_COMMAND} -S ${source} -B ${WORK_DIR}/build-${project} -G ${GENERATOR}
-      -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_EXPORT_COMPILE_COMMANDS=ON)
+      -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_EXPORT_COMPILE_COMMANDS=ON ${options})
   run(${CMAKE_COMMAND} --build ${WORK_DIR}/build-${project})
   # Only the install tree: nothing of the sources or of the build tree reaches the compiler.
   file(READ ${WORK_DIR}/build-${project}/compile_commands.json commands)
@@ -84,4 +94,5 @@ foreach(project host consumer)
 endforeach()
 
 run(${WORK_DIR}/build-consumer/consumer)
+run(${WORK_DIR}/build-consumer-own/consumer)
 file(COPY ${WORK_DIR}/build-host/player DESTINATION ${prefix}/bin)
