@@ -105,17 +105,21 @@ private Q_SLOTS:
     void tipMessages_data();
     void tipMessages();
     void serverPanel();
+    void firstStartAsksForANode_data();
+    void firstStartAsksForANode();
     void accountLoginNeedsTheSlider();
     void codeLogin();
     void links();
     void freshConfigurationHasCountryCodes();
     void verifyShowsContact();
     void verifyCountdownResetAndConfirm();
+    void verifyCodeRequestRefused();
     void screenshots();
 
 private:
-    // page: 0 the account login, 1 the code login by phone, 2 by e-mail.
-    LoginDlalog *showLogin(int page = 0);
+    // page: 0 the account login, 1 the code login by phone, 2 by e-mail. With @p node the
+    // dialog starts as after a restored session; without, as on a first start.
+    LoginDlalog *showLogin(int page = 0, bool node = true);
     LoginVerify *showVerify();
     void checkOnlyTipShown(const char *label, const QString &text = {});
     // Delivers a slider result as the page of @p place does, once that page has loaded.
@@ -157,11 +161,13 @@ void TestLoginDialogs::init()
     codeAnswer = 1;
 }
 
-LoginDlalog *TestLoginDialogs::showLogin(int page)
+LoginDlalog *TestLoginDialogs::showLogin(int page, bool node)
 {
     slider = std::make_unique<VerifyCodeSlider>();
     login = std::make_unique<LoginDlalog>();
     login->setSlider(slider.get());
+    if (node)
+        login->setCurrentNode(QStringLiteral("gateway.test"), QStringLiteral("node-1"));
     for (auto place : {VerifyCodeSlider::AccountLogin, VerifyCodeSlider::CodeLogin})
         loaded[place] = std::make_unique<QSignalSpy>(slider->view(place), &QWebEngineView::loadFinished);
     connect(login.get(), &LoginDlalog::sigLogin, this, recorder(loginCalls, lastLogin, loginAnswer));
@@ -338,6 +344,68 @@ void TestLoginDialogs::serverPanel()
     QCOMPARE(selected.at(0), (QVariantList{QStringLiteral("eu.gateway.test"), QStringLiteral("node-in")}));
 }
 
+void TestLoginDialogs::firstStartAsksForANode_data()
+{
+    QTest::addColumn<QString>("language");
+    QTest::addColumn<int>("page");
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<QString>("label");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("cn account login") << "cn" << 0 << "pushButton_login" << "label_actOrPwdErrorTip" << QStringLiteral("请先选择服务器");
+    QTest::newRow("en code login") << "en" << 1 << "pushButton_login" << "label_codeRightTip" << "Please choose a server first";
+    QTest::newRow("ru get code") << "ru_RU" << 1 << "pushButton_getCode" << "label_codeRightTip" << QStringLiteral("Сначала выберите сервер");
+}
+
+// Nothing saved yet: the dialog opens on the server list with no entry chosen, and nothing
+// reaches the cloud before the user picks one.
+void TestLoginDialogs::firstStartAsksForANode()
+{
+    QFETCH(QString, language);
+    QFETCH(int, page);
+    QFETCH(QString, button);
+    QFETCH(QString, label);
+    QFETCH(QString, text);
+
+    QVERIFY(TranslateManager::instance().setLanguage(language.toStdString()));
+    LoginDlalog *dialog = showLogin(0, false);
+    dialog->setLanguage(language.toStdString());
+    dialog->setNodeList({{{"Asia", "亚洲"}, "asia.gateway.test", "node-asia", ""},
+                         {{"Europe", "欧洲"}, "eu.gateway.test", "node-eu", ""}});
+    auto *combo = child<QComboBox>(dialog, "comboBox_severSelect");
+    QVERIFY(child(dialog, "widget_login_sever")->isVisible() && !child(dialog, "widget_login")->isVisible());
+    QCOMPARE(combo->currentIndex(), -1);
+    QSignalSpy selected(dialog, &LoginDlalog::sigUpdateSeverSelect);
+    click(dialog, "pushButton_accept"); // nothing picked: nothing chosen
+    QCOMPARE(selected.count(), 0);
+    QVERIFY(child(dialog, "widget_login")->isVisible());
+
+    // A form that would be sent if a node were there.
+    type(dialog, "lineEdit_userName", QStringLiteral("tester"));
+    type(dialog, "lineEdit_password", QStringLiteral("secret"));
+    click(dialog, "checkBox_agree_account");
+    passSlider(VerifyCodeSlider::AccountLogin, "s1", "g1", "t1");
+    if (page == 1) {
+        click(dialog, "pushButton_codeLogin");
+        passSlider(VerifyCodeSlider::CodeLogin, "s2", "g2", "t2");
+        type(dialog, "lineEdit_phoneNum", QStringLiteral("13800138000"));
+        type(dialog, "lineEdit_code", QStringLiteral("123456"));
+    }
+    click(dialog, qPrintable(button));
+    QCOMPARE(loginCalls + codeCalls, 0);
+    checkOnlyTipShown(qPrintable(label), text);
+
+    // Once a node is picked (and the controller hands it back), the same press goes out.
+    click(dialog, "pushButton_selectServer");
+    QTest::keyClick(combo, Qt::Key_Down);
+    click(dialog, "pushButton_accept");
+    QCOMPARE(selected.count(), 1);
+    QCOMPARE(selected.at(0), (QVariantList{QStringLiteral("asia.gateway.test"), QStringLiteral("node-asia")}));
+    dialog->setCurrentNode(selected.at(0).at(0).toString(), selected.at(0).at(1).toString());
+    click(dialog, qPrintable(button));
+    QCOMPARE(loginCalls + codeCalls, 1);
+    checkOnlyTipShown(nullptr);
+}
+
 void TestLoginDialogs::accountLoginNeedsTheSlider()
 {
     LoginDlalog *dialog = showLogin();
@@ -471,6 +539,7 @@ void TestLoginDialogs::verifyShowsContact()
     QCOMPARE(child<QLabel>(verify.get(), "label_tip")->text(),
              QStringLiteral("To protect your account, logging in on a new device needs a verification code. It "
                             "will be sent to this e-mail address."));
+    passSlider(VerifyCodeSlider::TrustDevice, "ts", "tg", "tt");
     click(verify.get(), "pushButton_getCode");
     QCOMPARE(QString::fromStdString(lastCode.phone + ' ' + lastCode.type), QStringLiteral("ann@example.com EMAIL"));
 }
@@ -480,6 +549,7 @@ void TestLoginDialogs::verifyCountdownResetAndConfirm()
     LoginVerify *dialog = showVerify();
     dialog->setPhone(QStringLiteral("15612341762"));
     auto *error = child<QLabel>(dialog, "label_verfyCodeError");
+    passSlider(VerifyCodeSlider::TrustDevice, "ts", "tg", "tt");
     click(dialog, "pushButton_getCode");
     QCOMPARE(QString::fromStdString(lastCode.phone + ' ' + lastCode.type), QStringLiteral("15612341762 MOBILE_PHONE"));
     checkCountdown(dialog, codeCalls);
@@ -498,7 +568,6 @@ void TestLoginDialogs::verifyCountdownResetAndConfirm()
 
     // A refused code keeps the dialog open, an accepted one closes it.
     QSignalSpy accepted(dialog, &QDialog::accepted);
-    passSlider(VerifyCodeSlider::TrustDevice, "ts", "tg", "tt");
     type(dialog, "lineEdit_code", QStringLiteral("86a42139"));
     click(dialog, "pushButton_confirm");
     QCOMPARE(secondCalls, 1);
@@ -512,6 +581,40 @@ void TestLoginDialogs::verifyCountdownResetAndConfirm()
     QCOMPARE(secondCalls, 2);
     QCOMPARE(accepted.count(), 1);
     QVERIFY(!dialog->isVisible());
+}
+
+// A code is asked for only after the slider, and a refused request starts no countdown.
+void TestLoginDialogs::verifyCodeRequestRefused()
+{
+    LoginVerify *dialog = showVerify();
+    dialog->setPhone(QStringLiteral("15612341762"));
+    auto *error = child<QLabel>(dialog, "label_verfyCodeError");
+    auto *button = child<QPushButton>(dialog, "pushButton_getCode");
+    click(dialog, "pushButton_getCode");
+    QCOMPARE(codeCalls, 0);
+    QVERIFY(error->isVisible());
+    QCOMPARE(error->text(), QStringLiteral("请先拖动滑块完成验证"));
+
+    passSlider(VerifyCodeSlider::TrustDevice, "ts", "tg", "tt");
+    codeAnswer = 0;
+    click(dialog, "pushButton_getCode");
+    QCOMPARE(codeCalls, 1);
+    QCOMPARE(QString::fromStdString(lastCode.sessionId + ' ' + lastCode.sig + ' ' + lastCode.token), QStringLiteral("ts tg tt"));
+    QVERIFY(error->isVisible());
+    QCOMPARE(error->text(), QStringLiteral("获取验证码失败"));
+    QVERIFY(!dialog->isCountingDown() && !child<QTimer>(dialog, "countdownTimer")->isActive());
+    QCOMPARE(button->text(), QStringLiteral("获取验证码"));
+    // The message follows the language.
+    QVERIFY(TranslateManager::instance().setLanguage("en"));
+    QTRY_COMPARE(error->text(), QStringLiteral("Failed to get the verification code"));
+
+    // Accepted at the next try: the message goes and the countdown starts.
+    QVERIFY(TranslateManager::instance().setLanguage("cn"));
+    codeAnswer = 1;
+    click(dialog, "pushButton_getCode");
+    QCOMPARE(codeCalls, 2);
+    QVERIFY(!error->isVisible() && dialog->isCountingDown());
+    QCOMPARE(button->text(), QStringLiteral("获取验证码(60s)"));
 }
 
 void TestLoginDialogs::saveScreenshot(QWidget *widget, VerifyCodeSlider::Place place, const char *name)

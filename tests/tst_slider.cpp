@@ -2,6 +2,8 @@
 // events, its result arriving through the web channel and accepted by the local cloud.
 
 #include "cloudmaterial/login/jsmessage.h"
+#include "cloudmaterial/login/logindlalog.h"
+#include "cloudmaterial/login/loginverify.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "support/cloudclient.h"
 #include "support/cloudsimfixture.h"
@@ -11,6 +13,7 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QJsonObject>
+#include <QProcess>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <QWebEnginePage>
@@ -19,6 +22,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
+
+using talvor::cloudmaterial::LoginDlalog;
+using talvor::cloudmaterial::LoginVerify;
 
 using talvor::cloudmaterial::VerifyCodeSlider;
 
@@ -115,6 +121,7 @@ private Q_SLOTS:
     void resultsAreLoggedAndStored();
     void languageReachesEveryPage_data();
     void languageReachesEveryPage();
+    void pagesGoBeforeTheProfile();
 };
 
 void TestSlider::dragDeliversWhatTheCloudAccepts()
@@ -207,10 +214,76 @@ void TestSlider::languageReachesEveryPage()
     }
 }
 
+// What the web engine says at exit comes only after the application is gone, so a child
+// process of this suite runs an application to its end and reports the messages.
+void TestSlider::pagesGoBeforeTheProfile()
+{
+    QProcess child;
+    child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--exit-child")});
+    QVERIFY(child.waitForFinished(90000));
+    const QString output = QString::fromUtf8(child.readAllStandardOutput());
+    QCOMPARE(child.exitCode(), 0);
+    QVERIFY2(output.contains(QLatin1String("slider pages loaded")), qPrintable(output));
+    QVERIFY2(output.contains(QLatin1String("dialogs released")), qPrintable(output));
+    QVERIFY2(!output.contains(QLatin1String("WebEnginePage")), qPrintable(output));
+}
+
+namespace exitchild {
+
+QStringList messages;
+std::unique_ptr<VerifyCodeSlider> slider;
+std::unique_ptr<LoginDlalog> login;
+std::unique_ptr<LoginVerify> verify;
+
+void capture(QtMsgType, const QMessageLogContext &, const QString &message)
+{
+    messages << message;
+}
+
+// As a host's module does at exit: its own post routine, made before any web page existed,
+// releases the dialogs and then the slider.
+void releaseDialogs()
+{
+    verify.reset();
+    login.reset();
+    slider.reset();
+    messages << QStringLiteral("dialogs released");
+}
+
+int run(int argc, char **argv)
+{
+    bool loaded = false;
+    {
+        QApplication app(argc, argv);
+        qAddPostRoutine(&releaseDialogs);
+        slider = std::make_unique<VerifyCodeSlider>();
+        login = std::make_unique<LoginDlalog>();
+        verify = std::make_unique<LoginVerify>();
+        login->setSlider(slider.get());
+        verify->setSlider(slider.get());
+        login->show();
+        loaded = waitUntilReady(slider->view(VerifyCodeSlider::AccountLogin))
+                 && waitUntilReady(slider->view(VerifyCodeSlider::TrustDevice));
+        qInstallMessageHandler(&capture);
+    }
+    qInstallMessageHandler(nullptr);
+    QTextStream out(stdout);
+    if (loaded)
+        out << "slider pages loaded\n";
+    for (const QString &message : messages)
+        out << message << '\n';
+    return 0;
+}
+
+} // namespace exitchild
+
 int main(int argc, char **argv)
 {
     // The web engine shares its GL contexts with the widgets; this must precede the application.
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    if (argc > 1 && qstrcmp(argv[1], "--exit-child") == 0)
+        return exitchild::run(argc, argv);
     QApplication app(argc, argv);
     TestSlider test;
     QTEST_SET_MAIN_SOURCE_PATH

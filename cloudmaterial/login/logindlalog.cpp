@@ -102,6 +102,10 @@ public:
     QString nodeLabel(const NodeEntry &node) const;
 
     QList<QLabel *> tipLabels() const;
+    // Where the current page shows refusals and login results.
+    QLabel *resultLabel() const;
+    // Without a node there is no gateway to ask; says so instead of sending anything.
+    bool checkNodeChosen();
     void hideTips();
     void showTip(QLabel *label, const char *key);
     void showPlainTip(QLabel *label, const QString &message);
@@ -263,10 +267,9 @@ void LoginDlalog::Private::selectCurrentNode()
         if (found < 0 || QString::fromStdString(nodes[i].key) == currentIdentity)
             found = int(i);
     }
-    if (found >= 0) {
-        ui.comboBox_severSelect->setCurrentIndex(found);
-        ui.pushButton_selectServer->setToolTip(nodeLabel(nodes[std::size_t(found)]));
-    }
+    // Without a node no entry looks chosen: the first one is not a choice the user made.
+    ui.comboBox_severSelect->setCurrentIndex(found);
+    ui.pushButton_selectServer->setToolTip(found >= 0 ? nodeLabel(nodes[std::size_t(found)]) : QString());
 }
 
 void LoginDlalog::Private::loadCountryCodes()
@@ -372,8 +375,23 @@ void LoginDlalog::Private::showPlainTip(QLabel *label, const QString &message)
     label->show();
 }
 
+QLabel *LoginDlalog::Private::resultLabel() const
+{
+    return ui.stackedWidget->currentIndex() == 0 ? ui.label_actOrPwdErrorTip : ui.label_codeRightTip;
+}
+
+bool LoginDlalog::Private::checkNodeChosen()
+{
+    if (!currentNode.isEmpty())
+        return true;
+    showTip(resultLabel(), "ChooseServerFirst");
+    return false;
+}
+
 void LoginDlalog::Private::login()
 {
+    if (!checkNodeChosen())
+        return;
     if (ui.stackedWidget->currentIndex() == 0)
         loginWithAccount();
     else
@@ -466,7 +484,7 @@ void LoginDlalog::Private::getCode()
 {
     if (countingDown)
         return; // one request per countdown
-    if (!contactIsValid())
+    if (!checkNodeChosen() || !contactIsValid())
         return;
 
     const bool phone = ui.comboBox_codeType->currentIndex() == 0;
@@ -629,8 +647,7 @@ void LoginDlalog::setLanguage(const std::string &moduleLanguage)
 
 void LoginDlalog::showResult(int loginResult)
 {
-    QLabel *label = d->ui.stackedWidget->currentIndex() == 0 ? d->ui.label_actOrPwdErrorTip
-                                                             : d->ui.label_codeRightTip;
+    QLabel *label = d->resultLabel();
     switch (loginResult) {
     case 0:
         d->hideTips();
@@ -665,6 +682,14 @@ int LoginDlalog::countdownValue() const
 bool LoginDlalog::isCountingDown() const
 {
     return d->countingDown;
+}
+
+void LoginDlalog::showEvent(QShowEvent *event)
+{
+    // A first start has no node yet: the choice of one comes before anything else.
+    if (d->currentNode.isEmpty())
+        d->showServerPanel(true);
+    QDialog::showEvent(event);
 }
 
 void LoginDlalog::changeEvent(QEvent *event)

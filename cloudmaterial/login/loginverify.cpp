@@ -57,6 +57,7 @@ public:
     void getCode();
     void countdownTick();
     void confirm();
+    void showError(const char *key);
 
     LoginVerify *const q;
     Ui::LoginVerify ui;
@@ -65,6 +66,10 @@ public:
     QString phone;
     QString email;
     QString creditSignature;
+    // The slider of this dialog was passed (its page delivered a result since it loaded).
+    bool sliderPassed = false;
+    // What label_verfyCodeError says, kept so that it follows the language.
+    QByteArray errorKey = "VerifyCodeError";
     bool codeRequested = false;
     bool countingDown = false;
     int countdown = countdownStart;
@@ -79,7 +84,7 @@ void LoginVerify::Private::retranslate()
     ui.label_tip->setText(text(byPhone ? "PhoneTrustTip" : "EmailTrustTip"));
     ui.label_phoneNum->setText(byPhone ? text("PhoneNum") + maskedPhone(phone) : text("EmailNum") + email);
     ui.lineEdit_code->setPlaceholderText(text("EnterCodeNum"));
-    ui.label_verfyCodeError->setText(text("VerifyCodeError"));
+    ui.label_verfyCodeError->setText(text(errorKey.constData()));
     ui.pushButton_cancel->setText(text("Cancel"));
     ui.pushButton_confirm->setText(text("OK"));
     updateGetCodeText();
@@ -95,9 +100,14 @@ void LoginVerify::Private::updateGetCodeText()
 
 void LoginVerify::Private::getCode()
 {
-    codeRequested = true;
-    if (countingDown)
+    if (countingDown) {
+        codeRequested = true;
         return; // the code of this countdown is on its way
+    }
+    // The code request carries the slider's result; without one the cloud refuses it anyway.
+    if (!sliderPassed)
+        return showError("PleaseDragSliderVerify");
+    codeRequested = true;
     AliVerifyCodeInfo info;
     // The cloud echoes the key back; the controller compares it with the one sent.
     info.key = QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
@@ -112,9 +122,15 @@ void LoginVerify::Private::getCode()
         info.token = message->token().toStdString();
     }
     QPointer<LoginVerify> alive(q);
-    Q_EMIT q->sigGetVerifyCode(info);
+    const int sent = Q_EMIT q->sigGetVerifyCode(info);
     if (!alive)
         return;
+    if (sent == 0) {
+        // Nothing is on its way, so the button stays ready for another try.
+        codeRequested = false;
+        return showError("GetVerifyCodeFail");
+    }
+    ui.label_verfyCodeError->hide();
     countingDown = true;
     updateGetCodeText();
     timer->start();
@@ -137,10 +153,8 @@ void LoginVerify::Private::countdownTick()
 void LoginVerify::Private::confirm()
 {
     const QString code = ui.lineEdit_code->text();
-    if (code.isEmpty()) {
-        ui.label_verfyCodeError->show();
-        return;
-    }
+    if (code.isEmpty())
+        return showError("VerifyCodeError");
     SecondVerifyCodeInfo info;
     info.identityVerifyCode = code.toStdString();
     if (slider) {
@@ -157,7 +171,14 @@ void LoginVerify::Private::confirm()
     if (result == 0)
         q->accept();
     else
-        ui.label_verfyCodeError->show();
+        showError("VerifyCodeError");
+}
+
+void LoginVerify::Private::showError(const char *key)
+{
+    errorKey = key;
+    ui.label_verfyCodeError->setText(text(key));
+    ui.label_verfyCodeError->show();
 }
 
 LoginVerify::LoginVerify(QWidget *parent)
@@ -219,12 +240,19 @@ QString LoginVerify::creditSignature() const
 
 void LoginVerify::setSlider(VerifyCodeSlider *slider)
 {
+    if (d->slider)
+        d->slider->message(VerifyCodeSlider::TrustDevice)->disconnect(this);
     d->slider = slider;
+    d->sliderPassed = false;
     if (!slider)
         return;
+    connect(slider->message(VerifyCodeSlider::TrustDevice), &JSMessage::signalJSGetSuccess, this,
+            [this] { d->sliderPassed = true; });
     QWebEngineView *view = slider->view(VerifyCodeSlider::TrustDevice);
     if (!view || view == d->ui.webEngineView_trust)
         return;
+    // A reloaded page shows an unsolved slider again.
+    connect(view, &QWebEngineView::loadStarted, this, [this] { d->sliderPassed = false; });
     QWidget *old = d->ui.webEngineView_trust;
     view->setObjectName(old->objectName());
     view->setStyleSheet(QStringLiteral("QWebEngineView { border: none; background: transparent; }"));
@@ -241,6 +269,7 @@ void LoginVerify::resetDialog()
 {
     d->ui.lineEdit_code->clear();
     d->ui.label_verfyCodeError->hide();
+    d->errorKey = "VerifyCodeError";
     // The timer keeps running; the next tick sees 1 and ends the countdown the usual way.
     if (d->countdown != countdownStart)
         d->countdown = 1;

@@ -12,7 +12,9 @@
 #include <QWebEngineSettings>
 #include <QWebEngineView>
 
+#include <algorithm>
 #include <array>
+#include <vector>
 
 Q_LOGGING_CATEGORY(lcSlider, "rxcm.slider", QtInfoMsg)
 
@@ -27,6 +29,37 @@ QString jsString(const QString &text)
 {
     const QByteArray array = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
     return QString::fromUtf8(array.mid(1, array.size() - 2));
+}
+
+// Every slider view still alive, wherever a dialog put it.
+std::vector<QPointer<QWebEngineView>> &liveViews()
+{
+    static std::vector<QPointer<QWebEngineView>> views;
+    return views;
+}
+
+// The web engine releases its default profile from a post routine of the application, and a
+// page still alive then is reported and left behind. Post routines run newest first, so one
+// added after the engine's (which comes with the first page) deletes the views, and with them
+// their pages, before the profile goes, whoever owns the dialogs and whenever they go.
+void releaseViewsBeforeProfile()
+{
+    std::vector<QPointer<QWebEngineView>> views;
+    views.swap(liveViews());
+    for (const QPointer<QWebEngineView> &view : views)
+        delete view.data();
+}
+
+void keepViewUntilExit(QWebEngineView *view)
+{
+    static QPointer<QCoreApplication> registeredWith;
+    if (registeredWith != QCoreApplication::instance()) {
+        qAddPostRoutine(&releaseViewsBeforeProfile);
+        registeredWith = QCoreApplication::instance();
+    }
+    auto &views = liveViews();
+    views.erase(std::remove_if(views.begin(), views.end(), [](const auto &v) { return v.isNull(); }), views.end());
+    views.emplace_back(view);
 }
 
 } // namespace
@@ -67,6 +100,7 @@ void VerifyCodeSlider::Private::buildView(int place)
     view->settings()->setAttribute(QWebEngineSettings::ErrorPageEnabled, false);
     view->page()->setWebChannel(set.channel);
     set.view = view;
+    keepViewUntilExit(view);
 
     // A (re)loaded page shows an unsolved slider, so the set is not verified any more.
     JSMessage *message = set.message;

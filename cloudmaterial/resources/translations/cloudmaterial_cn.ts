@@ -80,6 +80,10 @@
         <translation>获取验证码失败</translation>
     </message>
     <message>
+        <source>ChooseServerFirst</source>
+        <translation>请先选择服务器</translation>
+    </message>
+    <message>
         <source>VerificationCodeLogin</source>
         <translation>验证码登录</translation>
     </message>

@@ -80,6 +80,10 @@
         <translation>Failed to get the verification code</translation>
     </message>
     <message>
+        <source>ChooseServerFirst</source>
+        <translation>Please choose a server first</translation>
+    </message>
+    <message>
         <source>VerificationCodeLogin</source>
         <translation>Code login</translation>
     </message>

@@ -80,6 +80,10 @@
         <translation>인증 코드를 받지 못했습니다</translation>
     </message>
     <message>
+        <source>ChooseServerFirst</source>
+        <translation>먼저 서버를 선택해 주세요</translation>
+    </message>
+    <message>
         <source>VerificationCodeLogin</source>
         <translation>인증 코드 로그인</translation>
     </message>

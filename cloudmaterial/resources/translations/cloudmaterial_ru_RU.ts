@@ -80,6 +80,10 @@
         <translation>Не удалось получить код подтверждения</translation>
     </message>
     <message>
+        <source>ChooseServerFirst</source>
+        <translation>Сначала выберите сервер</translation>
+    </message>
+    <message>
         <source>VerificationCodeLogin</source>
         <translation>Вход по коду</translation>
     </message>

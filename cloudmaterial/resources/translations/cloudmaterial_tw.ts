@@ -80,6 +80,10 @@
         <translation>取得驗證碼失敗</translation>
     </message>
     <message>
+        <source>ChooseServerFirst</source>
+        <translation>請先選擇伺服器</translation>
+    </message>
+    <message>
         <source>VerificationCodeLogin</source>
         <translation>驗證碼登入</translation>
     </message>
