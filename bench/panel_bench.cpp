@@ -8,6 +8,10 @@
 // a run ends when all 50 have been painted at least once. The window is large enough to show
 // every row, so nothing waits for scrolling.
 //
+// Built with the tests' fixtures (RXCM_BENCH_LOCAL_CLOUD), it also times a resumed session's
+// panel: from the refresh that follows autoLogin() to all 50 rows in their final state (half of
+// the files already in the material folder), against the local cloud; one line, "panel ready".
+//
 // Then the memory of a host with the panel open: this process's peak resident size with the 50
 // materials shown, and again once a web view has loaded the slider page (the login dialog's
 // web engine), adding the resident size of the engine's helper processes.
@@ -19,6 +23,18 @@
 #include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
 #include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/translatemanager.h"
+#ifdef RXCM_BENCH_LOCAL_CLOUD
+#include "cloudmaterial/currentnode.h"
+#include "cloudmaterial/protocol/httpclientwrapper.h"
+#include "cloudmaterial/workerpool.h"
+
+#include "support/cloudsimfixture.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#endif
 
 #include <hvtheme/theme.h>
 
@@ -146,6 +162,87 @@ double run(CloudMaterialController &controller, DetailWidget &panel, PaintLog &l
     return ms;
 }
 
+#ifdef RXCM_BENCH_LOCAL_CLOUD
+// True once every row shows what its local copy really is: downloaded for the even ones, whose
+// files are in the folder, downloadable for the others.
+bool panelReady(DetailWidget &panel)
+{
+    DetailListWidget *list = panel.listView();
+    if (list->count() != materialCount)
+        return false;
+    for (int i = 0; i < materialCount; ++i) {
+        QListWidgetItem *item = list->itemById(QStringLiteral("m%1").arg(i));
+        const QString wanted = i % 2 ? QStringLiteral("download_status_allowed") : QStringLiteral("download_status_successed");
+        if (!item || item->data(DetailListWidget::StatusImageRole).toString() != wanted)
+            return false;
+    }
+    return true;
+}
+
+// A resumed session on a fresh controller and panel, as after autoLogin(): from its refresh to
+// the last row in its final state; -1 if that never came.
+double readyRun(HttpClientWrapper &http, const CurrentNode &node, const std::shared_ptr<WorkerPool> &pool,
+                const QString &folder)
+{
+    auto controller = std::make_shared<CloudMaterialController>(&http, &node);
+    controller->init();
+    controller->setWorkerPool(pool);
+    controller->setToken("bench");
+    controller->setCloudMaterialFolderPath(folder.toStdString());
+    std::unique_ptr<QWidget> owner(controller->listWidget());
+    auto *panel = qobject_cast<DetailWidget *>(owner.get());
+    panel->resize(1400, 1900);
+    panel->show();
+    QCoreApplication::processEvents();
+    QElapsedTimer clock;
+    clock.start();
+    controller->requestSessionRefresh(); // what a login or autoLogin() asks for
+    while (!panelReady(*panel) && clock.elapsed() < 30000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+    const double ms = panelReady(*panel) ? clock.nsecsElapsed() / 1e6 : -1;
+    owner.reset();
+    controller->shutdown();
+    return ms;
+}
+
+// Prints the one "panel ready" line; false if a run never got there.
+bool timePanelReady(int runs)
+{
+    QJsonArray media;
+    for (int i = materialCount - 1; i >= 0; --i)
+        media.append(QJsonObject{{"mid", QStringLiteral("m%1").arg(i)},
+                                 {"mediaName", QStringLiteral("material-%1.jpg").arg(i)},
+                                 {"approvalStatus", "2"},
+                                 {"file", QJsonObject{{"size", 4000}}}});
+    const QJsonObject account{{"token", "bench"}, {"status", "success"}, {"media", media}};
+    CloudSim cloud;
+    QTemporaryDir folder;
+    if (!folder.isValid() || !cloud.start(QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson()))
+        return false;
+    for (int i = 0; i < materialCount; i += 2) {
+        QFile file(folder.filePath(QStringLiteral("material-%1.jpg").arg(i)));
+        if (!file.open(QIODevice::WriteOnly))
+            return false;
+    }
+    auto pool = std::make_shared<WorkerPool>(1);
+    HttpClientWrapper http(pool);
+    CurrentNode node;
+    node.set(cloud.host().toStdString(), "node-1");
+    readyRun(http, node, pool, folder.path()); // warm-up: the first TLS session and thumbnails
+    std::vector<double> times;
+    for (int i = 0; i < runs; ++i) {
+        const double ms = readyRun(http, node, pool, folder.path());
+        if (ms < 0)
+            return false;
+        times.push_back(ms);
+    }
+    std::printf("panel ready: median %.0f ms (min %.0f, max %.0f, %d runs)\n", median(times),
+                *std::min_element(times.begin(), times.end()), *std::max_element(times.begin(), times.end()), runs);
+    pool->stop();
+    return true;
+}
+#endif
+
 // A /proc status field in KiB ("VmHWM", "VmRSS") of a process; -1 if unreadable.
 long statusKiB(const QString &pid, const char *field)
 {
@@ -233,6 +330,12 @@ int main(int argc, char **argv)
                     median(times), *std::min_element(times.begin(), times.end()),
                     *std::max_element(times.begin(), times.end()));
     }
+#ifdef RXCM_BENCH_LOCAL_CLOUD
+    if (!timePanelReady(runs)) {
+        std::fprintf(stderr, "panel_bench: the panel never showed every row in its final state\n");
+        return 1;
+    }
+#endif
     const QString self = QStringLiteral("self");
     std::printf("memory with the panel open (50 materials): peak %.1f MiB, web engine not started\n",
                 statusKiB(self, "VmHWM") / 1024.0);

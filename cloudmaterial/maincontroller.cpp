@@ -182,7 +182,7 @@ void MainController::Private::connectLogin()
             return;
         const TokenInfoJson session = ConfigStore::instance().tokenInfo();
         Q_EMIT q->loginSuccess(session.username);
-        materials->requestRefresh(true);
+        materials->requestSessionRefresh();
     });
     QObject::connect(&login, &LoginController::sigLogoutSucceeded, q, [this] {
         Q_EMIT q->exitLoginSuccess();
@@ -449,7 +449,7 @@ bool MainController::autoLogin()
         return false;
     Q_EMIT loginSuccess(session.username);
     Q_EMIT d->login.tokenChanged(session.auth);
-    d->materials->requestRefresh(true);
+    d->materials->requestSessionRefresh();
     return true;
 }
 

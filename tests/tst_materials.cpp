@@ -111,6 +111,7 @@ private Q_SLOTS:
     void cleanup() { cloud.stop(); }
     void catalogue();
     void refreshSignalsOneChangeAtATime();
+    void sessionRefreshLooksForNewMaterials();
     void download_data();
     void download();
     void overlappingRefreshesRunOnce();
@@ -261,6 +262,36 @@ void TestMaterials::refreshSignalsOneChangeAtATime()
     QVERIFY(cloud.clearRequests());
     refresh(controller);
     QCOMPARE(catalogueRequests(cloud), 0);
+}
+
+// A login's refresh adds every material; the refresh that follows at once looks for their copies,
+// and one that adds nothing is not followed.
+void TestMaterials::sessionRefreshLooksForNewMaterials()
+{
+    QVERIFY(cloud.start(scenario({medium("a", "a.jpg", "1"), medium("b", "b.jpg", "2"), medium("d", "d.jpg", "5")})));
+    QVERIFY(QFile(folder->filePath(QStringLiteral("b.jpg"))).open(QIODevice::WriteOnly));
+    auto controller = makeController();
+    QSignalSpy added(controller.get(), &CloudMaterialController::addMaterials);
+    QSignalSpy states(controller.get(), &CloudMaterialController::materialDownloadStatusChanged);
+
+    controller->requestSessionRefresh();
+    QTRY_COMPARE(states.count(), 2);
+    std::map<std::string, int> shown;
+    for (const auto &state : states)
+        shown[state.at(0).value<std::string>()] = state.at(1).value<DownloadStatus>();
+    QCOMPARE(shown, (std::map<std::string, int>{{"b", Successed}, {"d", Allowed}}));
+    QCOMPARE(added.count(), 3);
+    QCOMPARE(catalogueRequests(cloud), 2);
+
+    controller->requestSessionRefresh();
+    QTRY_COMPARE(states.count(), 4);
+    // A follow-up would be queued on this thread, then on the worker: let both run out.
+    for (int i = 0; i < 2; ++i) {
+        QCoreApplication::processEvents();
+        pool->enqueue([] {}).wait();
+    }
+    QCOMPARE(catalogueRequests(cloud), 3);
+    QCOMPARE(added.count(), 3);
 }
 
 void TestMaterials::download_data()

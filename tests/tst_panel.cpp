@@ -88,10 +88,10 @@ QString statusImage(DetailWidget *panel, const char *mid)
 }
 
 // Presses on an item and moves past the drag distance with the button held, as a user does.
-void dragItem(DetailListWidget *list, QListWidgetItem *item)
+void dragItem(QAbstractItemView *view, const QRect &itemRect)
 {
-    QWidget *viewport = list->viewport();
-    const QPoint start = list->visualItemRect(item).center();
+    QWidget *viewport = view->viewport();
+    const QPoint start = itemRect.center();
     // The view takes the first move as the start of a drag and the next one beyond the distance as the drag.
     const QPoint points[] = {start, start + QPoint(1, 1), start + QPoint(QApplication::startDragDistance() + 20, 20)};
     const QEvent::Type types[] = {QEvent::MouseButtonPress, QEvent::MouseMove, QEvent::MouseMove, QEvent::MouseButtonRelease};
@@ -236,7 +236,10 @@ private Q_SLOTS:
     void drag_data();
     void drag();
     void wiredPanel();
+    void failedDownloadIsCleared();
+    void followsTheLanguage();
     void thumbnails();
+    void thumbnailsWithoutFolder();
     void loggedOutHint();
     void keys_data();
     void keys();
@@ -414,13 +417,18 @@ void TestPanel::rowsSearchAndProgress()
 
 void TestPanel::drag_data()
 {
+    QTest::addColumn<bool>("table");
     QTest::addColumn<bool>("callback");
-    QTest::newRow("host callback") << true;
-    QTest::newRow("no callback") << false;
+    QTest::newRow("grid, host callback") << false << true;
+    QTest::newRow("grid, no callback") << false << false;
+    QTest::newRow("table, host callback") << true << true;
+    QTest::newRow("table, no callback") << true << false;
 }
 
+// Either view hands the host the same thing: the local path, the callback before the drag runs, a copy.
 void TestPanel::drag()
 {
+    QFETCH(bool, table);
     QFETCH(bool, callback);
     std::string received;
     QDrag *receivedDrag = nullptr;
@@ -430,24 +438,29 @@ void TestPanel::drag()
             receivedDrag = drag;
         });
     panel->addMaterials({material("m1", "first.jpg"), material("m2", "second clip.mp4", 1)});
+    panel->bottomWidget()->setTreeMode(table);
     panel->show();
     QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
 
-    DetailListWidget *list = panel->listView();
+    QAbstractItemView *view = table ? static_cast<QAbstractItemView *>(panel->treeView()) : panel->listView();
     QPointer<QDrag> running;
-    QString seen; // actions and text of the running drag
+    QString seen; // actions, text and URLs of the running drag
     bool calledBeforeExec = false;
     // exec() blocks in its own loop: look at the running drag from there, then end it.
     QObject scope; // a timer that never ran must not outlive the locals it reads
     QTimer::singleShot(0, &scope, [&] {
-        running = list->findChild<QDrag *>();
-        seen = running ? QString::number(running->supportedActions()) + QLatin1Char(' ') + running->mimeData()->text() : QString();
+        running = view->findChild<QDrag *>();
+        seen = running ? QStringLiteral("%1 %2 %3").arg(running->supportedActions()).arg(running->mimeData()->text(),
+                                                                                         running->mimeData()->urls().value(0).toString())
+                       : QString();
         calledBeforeExec = !received.empty();
         QDrag::cancel();
     });
-    dragItem(list, list->itemById(QStringLiteral("m2")));
+    const QString id = QStringLiteral("m2");
+    dragItem(view, table ? panel->treeView()->visualItemRect(panel->treeView()->itemById(id))
+                         : panel->listView()->visualItemRect(panel->listView()->itemById(id)));
     QVERIFY(running);
-    QCOMPARE(seen, QString::number(Qt::CopyAction) + QStringLiteral(" /media/cloud/second clip.mp4"));
+    QCOMPARE(seen, QStringLiteral("%1 /media/cloud/second clip.mp4 file:///media/cloud/second clip.mp4").arg(Qt::CopyAction));
     QCOMPARE(calledBeforeExec, callback);
     QCOMPARE(received, callback ? std::string("/media/cloud/second clip.mp4") : std::string());
     QCOMPARE(receivedDrag, callback ? running.data() : nullptr);
@@ -523,6 +536,90 @@ void TestPanel::wiredPanel()
     }
 }
 
+// A failed download leaves a ".temp" that would spoil the next try; Delete clears it, and the row says so.
+void TestPanel::failedDownloadIsCleared()
+{
+    WiredPanel wired;
+    QVERIFY(wired.start({medium("w1", "one.jpg")}));
+    QVERIFY(wired.cloud.addFault({{"kind", "drop_after"}, {"prefix", "/files/"}, {"bytes", 1000}, {"times", 1}}));
+    DetailWidget *shown = wired.panel;
+    DetailListWidget *list = shown->listView();
+    QTreeWidgetItem *row = nullptr;
+    wired.controller->requestSessionRefresh(); // as at a login: the rows come with their real state
+    QTRY_VERIFY((row = shown->treeView()->itemById(QStringLiteral("w1"))));
+    QTRY_COMPARE(statusImage(shown, "w1"), QStringLiteral("download_status_allowed"));
+    const QString hint = TranslateManager::text("DownloadFailedDeleteToRetry");
+    QVERIFY(!list->itemById(QStringLiteral("w1"))->toolTip().contains(hint));
+
+    list->itemById(QStringLiteral("w1"))->setSelected(true);
+    QTest::mouseClick(shown->bottomWidget()->downloadButton(), Qt::LeftButton);
+    QTRY_COMPARE(statusImage(shown, "w1"), QStringLiteral("download_status_failed"));
+    const QString temp = wired.folder.path() + QStringLiteral("/one.jpg.temp");
+    QVERIFY(QFile::exists(temp));
+    QCOMPARE(list->itemById(QStringLiteral("w1"))->toolTip(), QStringLiteral("one.jpg\n") + hint);
+    QCOMPARE(row->toolTip(DetailTreeWidget::StatusColumn), QStringLiteral("one.jpg\n") + hint);
+
+    QPushButton *del = shown->bottomWidget()->deleteButton();
+    QVERIFY(del->isEnabled());
+    QTest::mouseClick(del, Qt::LeftButton);
+    auto *box = shown->findChild<QMessageBox *>(QStringLiteral("deleteConfirmation"));
+    QVERIFY(box);
+    QTest::mouseClick(box->button(QMessageBox::Yes), Qt::LeftButton);
+    QVERIFY(!QFile::exists(temp));
+    QCOMPARE(statusImage(shown, "w1"), QStringLiteral("download_status_allowed"));
+    QCOMPARE(row->toolTip(DetailTreeWidget::NameColumn), QStringLiteral("one.jpg"));
+
+    // The cloud answers in full now: the next try completes.
+    QTest::mouseClick(shown->bottomWidget()->downloadButton(), Qt::LeftButton);
+    QTRY_COMPARE(statusImage(shown, "w1"), QStringLiteral("download_status_successed"));
+    QFile file(wired.folder.path() + QStringLiteral("/one.jpg"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.size(), qint64(4000));
+    QVERIFY(!QFile::exists(temp));
+}
+
+// A change of language while the panel is shown re-applies every text of it, rows included.
+void TestPanel::followsTheLanguage()
+{
+    panel->addMaterials({material("m1", "clip.mp4", 1, 2048, PendingApproval, Failed)});
+    panel->show();
+    QVERIFY(QTest::qWaitForWindowExposed(panel.get()));
+    DetailTreeWidget *tree = panel->treeView();
+    QTreeWidgetItem *row = tree->itemById(QStringLiteral("m1"));
+    QListWidgetItem *tile = panel->listView()->itemById(QStringLiteral("m1"));
+    const auto shown = [&] {
+        return QStringList{tree->headerItem()->text(DetailTreeWidget::NameColumn),
+                           tree->headerItem()->text(DetailTreeWidget::TypeColumn),
+                           row->text(DetailTreeWidget::TypeColumn),
+                           row->text(DetailTreeWidget::ApprovalColumn),
+                           row->toolTip(DetailTreeWidget::StatusColumn),
+                           tile->data(DetailListWidget::TypeRole).toString(),
+                           tile->toolTip(),
+                           panel->bottomWidget()->downloadButton()->text(),
+                           panel->bottomWidget()->deleteButton()->toolTip(),
+                           panel->titleWidget()->refreshButton()->text(),
+                           panel->titleWidget()->searchEdit()->placeholderText(),
+                           qobject_cast<QLabel *>(panel->emptyLabel())->text(),
+                           panel->banner()->text()};
+    };
+    const auto wanted = [] {
+        return QStringList{TranslateManager::text("Name"), TranslateManager::text("Type"), mediaTypeName(1),
+                           approvalText(PendingApproval), materialToolTip(QStringLiteral("clip.mp4"), Failed),
+                           mediaTypeName(1), materialToolTip(QStringLiteral("clip.mp4"), Failed),
+                           TranslateManager::text("Download"), TranslateManager::text("DeleteLocalCopies"),
+                           TranslateManager::text("Refresh"), TranslateManager::text("SearchMaterial"),
+                           TranslateManager::text("NoMatchingMaterials"), TranslateManager::text("CloudUnreachable")};
+    };
+    const QStringList english = wanted();
+    QCOMPARE(shown(), english);
+    const std::shared_ptr<void> restore(nullptr, [](void *) { TranslateManager::instance().setLanguage("en"); });
+    for (const char *language : {"cn", "ru_RU", "en"}) {
+        QVERIFY(TranslateManager::instance().setLanguage(language));
+        QVERIFY(language == std::string("en") || wanted().at(0) != english.at(0)); // the language has its own texts
+        QTRY_COMPARE(shown(), wanted());
+    }
+}
+
 void TestPanel::thumbnails()
 {
     WiredPanel wired;
@@ -580,6 +677,31 @@ void TestPanel::thumbnails()
     QVERIFY(wired.cloud.setMedia(QJsonDocument(QJsonObject{{"token", token}, {"remove", QJsonArray{"t2"}}}).toJson()));
     wired.refresh(*wired.controller);
     QTRY_VERIFY(QFile::exists(t1) && !QFile::exists(t2));
+}
+
+// A machine without a material folder (a group's proxy client) keeps the previews in the user's cache.
+void TestPanel::thumbnailsWithoutFolder()
+{
+    QStandardPaths::setTestModeEnabled(true);
+    const QString cache = QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QStringLiteral("/thumbnails");
+    const std::shared_ptr<void> restore(nullptr, [cache](void *) {
+        QDir(cache).removeRecursively();
+        QStandardPaths::setTestModeEnabled(false);
+    });
+    QDir(cache).removeRecursively();
+    WiredPanel wired;
+    QVERIFY(wired.start({medium("c1", "one.jpg")}));
+    wired.controller->setCloudMaterialFolderPath(std::string());
+    wired.refresh(*wired.controller);
+    QTreeWidgetItem *row = nullptr;
+    QTRY_VERIFY((row = wired.panel->treeView()->itemById(QStringLiteral("c1"))));
+    QTRY_VERIFY(row->data(DetailTreeWidget::ApprovalColumn, DetailTreeWidget::HasThumbnailRole).toBool());
+    CloudMaterialModel material;
+    QVERIFY(wired.controller->material("c1", material));
+    QCOMPARE(QString::fromStdString(wired.controller->thumbnailPath(material.mid, material.thumbnailUrl)),
+             cache + QStringLiteral("/c1.thumbnail.png"));
+    QCOMPARE(QDir(cache).entryList(QDir::Files), QStringList{QStringLiteral("c1.thumbnail.png")});
+    QVERIFY(QDir(wired.folder.path()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
 }
 
 void TestPanel::loggedOutHint()

@@ -18,6 +18,7 @@
 #include <QNetworkConfigurationManager>
 #include <QPointer>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTimer>
 #include <QUrl>
 
@@ -64,8 +65,17 @@ bool canReach(const std::string &gatewayHost)
 
 // Thumbnails are kept beside the materials they preview, in a hidden folder of the material
 // folder: they go when the host clears that folder, and the configuration folder keeps only
-// the module's small settings files.
+// the module's small settings files. A machine without a material folder (a group's proxy
+// client) keeps them in the user's cache.
 const char *const thumbnailFolder = "/.thumbnails/";
+
+std::string thumbnailFolderPath(const std::string &materialFolder)
+{
+    if (!materialFolder.empty())
+        return materialFolder + thumbnailFolder;
+    const QString cache = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
+    return cache.isEmpty() ? std::string() : (cache + QStringLiteral("/thumbnails/")).toStdString();
+}
 
 // The cloud's id names the file only when it is plain; anything else is hashed, so no text
 // from the cloud can steer where a thumbnail is written.
@@ -175,7 +185,10 @@ public:
     void onDownloadFile(const std::string &address, const std::string &id, const std::string &name);
     void onUpdateFileIsDownload(const std::string &id, const std::string &name, bool downloaded);
 
-    void applyCatalogue(const MediaListResult &fetched, const SessionTicket &ticket);
+    // Queues a refresh; with followNewMaterials, one that adds materials is followed by the next.
+    std::future<void> refresh(bool quiet, bool followNewMaterials);
+    // True when the catalogue brought materials the list did not hold.
+    bool applyCatalogue(const MediaListResult &fetched, const SessionTicket &ticket);
     void verifyThenDownload(const std::string &id);
     void startDownload(const std::string &id);
     void finishTransfer(const std::string &name, DownloadStatus status, bool stopped);
@@ -431,8 +444,9 @@ void CloudMaterialController::Private::onUpdateFileIsDownload(const std::string 
     Q_EMIT q->materialDownloadStatusChanged(id, status);
 }
 
-void CloudMaterialController::Private::applyCatalogue(const MediaListResult &fetched, const SessionTicket &ticket)
+bool CloudMaterialController::Private::applyCatalogue(const MediaListResult &fetched, const SessionTicket &ticket)
 {
+    bool added = false;
     // A failed request reads as an empty catalogue and removes every known material, as the
     // cloud's contract has it; the panel says why its list went empty.
     if (!fetched.answered)
@@ -441,7 +455,7 @@ void CloudMaterialController::Private::applyCatalogue(const MediaListResult &fet
     std::unordered_set<std::string> fetchedIds;
     for (const MediaInfo &fetchedMedia : fetched.media) {
         if (!ticket.isLive())
-            return; // a receiver ended the session
+            return added; // a receiver ended the session
         fetchedIds.insert(fetchedMedia.mid);
         const MediaEntity &entity = fetchedMedia.media_entity;
         if (entity.width == "0" || entity.height == "0") {
@@ -455,6 +469,7 @@ void CloudMaterialController::Private::applyCatalogue(const MediaListResult &fet
             media.push_back({fetchedMedia, NotAllowed});
             Q_EMIT q->addMaterials({makeRow(fetchedMedia, NotAllowed)});
             ensureThumbnail(fetchedMedia, true);
+            added = true;
             continue;
         }
         known->info.approvalStatus = fetchedMedia.approvalStatus;
@@ -466,7 +481,7 @@ void CloudMaterialController::Private::applyCatalogue(const MediaListResult &fet
             Q_EMIT q->sigCloudFileIsExist(fetchedMedia.mid, fetchedMedia.mediaName);
     }
     if (!ticket.isLive())
-        return;
+        return added;
 
     const auto gone = std::stable_partition(media.begin(), media.end(), [&](const StoredMedia &m) {
         return fetchedIds.count(m.info.mid) != 0;
@@ -490,6 +505,7 @@ void CloudMaterialController::Private::applyCatalogue(const MediaListResult &fet
         Q_EMIT q->deleteMaterials({m.info.mid});
     if (fetched.answered && ticket.isLive())
         setState(CatalogueState::Reachable);
+    return added;
 }
 
 CloudMaterialController::CloudMaterialController(HttpClientWrapper *http, const CurrentNode *node)
@@ -615,12 +631,22 @@ QWidget *CloudMaterialController::listWidget()
 
 std::future<void> CloudMaterialController::requestRefresh(bool quiet)
 {
-    if (!d->pool || !d->http || d->shutDown)
+    return d->refresh(quiet, false);
+}
+
+void CloudMaterialController::requestSessionRefresh()
+{
+    d->refresh(true, true);
+}
+
+std::future<void> CloudMaterialController::Private::refresh(bool quiet, bool followNewMaterials)
+{
+    if (!pool || !http || shutDown)
         return {};
     // Everything the refresh needs, taken now: it must not read this object on the worker.
-    const std::string gatewayHost = d->node ? d->node->host() : std::string();
-    return d->pool->enqueue([http = d->http, token = d->token, gatewayHost, quiet, ticket = d->session.ticket(),
-                             inbox = d->inbox, self = QPointer<Private>(d.get())] {
+    const std::string gatewayHost = node ? node->host() : std::string();
+    return pool->enqueue([http = http, token = token, gatewayHost, quiet, followNewMaterials, ticket = session.ticket(),
+                          inbox = inbox, self = QPointer<Private>(this)] {
         if (!ticket.isLive() || gatewayHost.empty())
             return; // the session ended, or no node chosen yet
         if (!canReach(gatewayHost)) {
@@ -644,13 +670,24 @@ std::future<void> CloudMaterialController::requestRefresh(bool quiet)
             return;
         QMetaObject::invokeMethod(
             inbox.get(),
-            [self, ticket, release, fetched = std::move(fetched)] {
+            [self, ticket, release, followNewMaterials, fetched = std::move(fetched)] {
                 if (!self || self->shutDown || !ticket.isLive())
                     return;
+                bool added = false;
                 try {
-                    self->applyCatalogue(fetched, ticket);
+                    added = self->applyCatalogue(fetched, ticket);
                 } catch (const std::exception &e) {
                     qCWarning(lcMaterials) << "material refresh stopped:" << e.what();
+                }
+                // Queued: by then this refresh has let go of the guard.
+                if (added && followNewMaterials) {
+                    QMetaObject::invokeMethod(
+                        self.data(),
+                        [self, ticket] {
+                            if (self && !self->shutDown && ticket.isLive())
+                                self->refresh(true, false);
+                        },
+                        Qt::QueuedConnection);
                 }
             },
             Qt::QueuedConnection);
@@ -698,9 +735,13 @@ bool CloudMaterialController::removeLocalCopy(const std::string &id)
     if (d->servedByProxy || d->shutDown || !m || m->status == Downloading || !isSafeFileName(m->info.mediaName))
         return false;
     const QString path = QString::fromStdString(d->localPath(m->info.mediaName));
-    if (QFileInfo(path).isFile() && !QFile::remove(path)) {
-        qCWarning(lcMaterials).noquote() << "could not remove the local copy" << path;
-        return false;
+    // A failed download's ".temp" would be appended to by the next one and spoil it: removing
+    // it is the way back from a failure.
+    for (const QString &file : {path, path + QStringLiteral(".temp")}) {
+        if (QFileInfo(file).isFile() && !QFile::remove(file)) {
+            qCWarning(lcMaterials).noquote() << "could not remove the local copy" << file;
+            return false;
+        }
     }
     m->status = Allowed;
     qCInfo(lcMaterials).noquote() << "removed the local copy" << path;
@@ -710,10 +751,10 @@ bool CloudMaterialController::removeLocalCopy(const std::string &id)
 
 std::string CloudMaterialController::thumbnailPath(const std::string &id, const std::string &thumbnailUrl) const
 {
-    const std::string &folder = d->materialFolder;
+    const std::string folder = thumbnailFolderPath(d->materialFolder);
     if (folder.empty() || id.empty())
         return {};
-    return folder + thumbnailFolder
+    return folder
            + (thumbnailStem(id) + QStringLiteral(".thumbnail.") + thumbnailExtension(thumbnailUrl)).toStdString();
 }
 

@@ -71,6 +71,13 @@ public:
      * that, queued on the Qt thread. Not valid without a pool or after shutdown().
      */
     std::future<void> requestRefresh(bool quiet = true);
+    /**
+     * The refresh that starts a session (a login, a resumed session). A refresh looks for the
+     * local copies of the materials it already knew, not of those it adds; so when this one adds
+     * materials, the next refresh follows at once and every row shows its real state within
+     * moments instead of after the refresh period.
+     */
+    void requestSessionRefresh();
 
     /**
      * Starts downloading a material (from the panel). Unknown ids are ignored, and so is a
@@ -88,13 +95,17 @@ public:
     std::vector<CloudMaterialModel> materials() const;
 
     /**
-     * Deletes the downloaded file of a material, which goes back to Allowed. False when
+     * Deletes the downloaded file of a material, and the ".temp" a failed download left,
+     * after which the material is Allowed and can be downloaded again. False when
      * nothing was removed: unknown id, a running download, or a proxy client (the copy
      * lives on the group's proxy server).
      */
     bool removeLocalCopy(const std::string &id);
 
-    /** Where a material's thumbnail is kept; empty while there is no material folder. */
+    /**
+     * Where a material's thumbnail is kept: in the material folder, or in the user's cache
+     * while there is none.
+     */
     std::string thumbnailPath(const std::string &id, const std::string &thumbnailUrl) const;
     CatalogueState catalogueState() const;
 

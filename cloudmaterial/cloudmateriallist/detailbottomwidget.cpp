@@ -2,6 +2,7 @@
 
 #include "cloudmaterial/translatemanager.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -13,6 +14,19 @@ namespace talvor::cloudmaterial {
 class DetailBottomWidget::Private
 {
 public:
+    void retranslate()
+    {
+        const auto name = [](QPushButton *b, const QString &accessibleName, const QString &tip) {
+            b->setAccessibleName(accessibleName);
+            b->setToolTip(tip);
+        };
+        name(add, TranslateManager::text("Add"), TranslateManager::text("AddInCloudConsole"));
+        name(del, TranslateManager::text("Delete"), TranslateManager::text("DeleteLocalCopies"));
+        name(mode, TranslateManager::text("SwitchView"), TranslateManager::text("SwitchView"));
+        name(download, TranslateManager::text("Download"), TranslateManager::text("Download"));
+        download->setText(TranslateManager::text("Download"));
+    }
+
     QPushButton *add = nullptr;
     QPushButton *del = nullptr;
     QPushButton *mode = nullptr;
@@ -29,32 +43,30 @@ DetailBottomWidget::DetailBottomWidget(QWidget *parent)
     layout->setContentsMargins(9, 6, 9, 6);
     layout->setSpacing(8);
 
-    auto button = [this](const char *name, const QString &accessibleName, const QString &tip) {
+    auto button = [this](const char *name) {
         auto *b = new QPushButton(this);
         b->setObjectName(QLatin1String(name));
-        b->setAccessibleName(accessibleName);
-        b->setToolTip(tip);
         return b;
     };
     // Uploading needs the cloud's web console: the panel has no honest way to add a material,
     // so the button stays disabled and its tool tip says where to go.
-    d->add = button("addBtn", TranslateManager::text("Add"), TranslateManager::text("AddInCloudConsole"));
+    d->add = button("addBtn");
     d->add->setText(QStringLiteral("+"));
     d->add->setEnabled(false);
     // Removes downloaded copies only; the panel enables it while the selection holds one.
-    d->del = button("delBtn", TranslateManager::text("Delete"), TranslateManager::text("DeleteLocalCopies"));
+    d->del = button("delBtn");
     d->del->setText(QStringLiteral("\u2212"));
     d->del->setEnabled(false);
     d->label = new QLabel(this);
     d->label->setObjectName(QStringLiteral("bottomLabel"));
     d->label->setAlignment(Qt::AlignCenter);
-    d->mode = button("treeModeBtn", TranslateManager::text("SwitchView"), TranslateManager::text("SwitchView"));
+    d->mode = button("treeModeBtn");
     d->mode->setText(QStringLiteral("\u2630"));
     d->mode->setCheckable(true);
     d->mode->setChecked(false);
     d->mode->setProperty("state", QStringLiteral("unmode"));
-    d->download = button("downloadBtn", TranslateManager::text("Download"), TranslateManager::text("Download"));
-    d->download->setText(TranslateManager::text("Download"));
+    d->download = button("downloadBtn");
+    d->retranslate();
 
     layout->addWidget(d->add);
     layout->addWidget(d->del);
@@ -74,6 +86,13 @@ DetailBottomWidget::DetailBottomWidget(QWidget *parent)
 }
 
 DetailBottomWidget::~DetailBottomWidget() = default;
+
+void DetailBottomWidget::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange)
+        d->retranslate();
+    QWidget::changeEvent(event);
+}
 
 QPushButton *DetailBottomWidget::addButton() const
 {

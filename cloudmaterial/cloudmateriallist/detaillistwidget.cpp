@@ -4,10 +4,8 @@
 #include "cloudmaterial/cloudmateriallist/detaillistitemwidget.h"
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
 
-#include <QDrag>
+#include <QEvent>
 #include <QIcon>
-#include <QMimeData>
-#include <QUrl>
 
 namespace talvor::cloudmaterial {
 
@@ -51,7 +49,6 @@ void DetailListWidget::addMaterial(const CloudMaterialModel &model, const QStrin
     item->setData(SizeRole, sizeText(model.size));
     item->setData(PlaceholderRole, QPixmap(themeImagePath(placeholderImageName(model.mediaType) + QStringLiteral(".png"))));
     item->setSizeHint(DetailListItemDelegate::itemSize());
-    item->setToolTip(QString::fromStdString(model.mediaName));
     addItem(item);
     setItemWidget(item, new DetailListItemWidget(model, materialString));
     setDownloadStatus(QString::fromStdString(model.mid), model.downloadStatus);
@@ -83,6 +80,7 @@ void DetailListWidget::setDownloadStatus(const QString &id, int status)
         return;
     const QString image = statusImageName(status);
     item->setData(StatusImageRole, image);
+    item->setToolTip(materialToolTip(item->text(), status));
     item->setData(Qt::DecorationRole, image.isEmpty() ? QIcon() : QIcon(themeImagePath(image + QStringLiteral(".png"))));
     if (DetailListItemWidget *widget = materialWidget(item))
         widget->setDownloadStatus(status);
@@ -106,6 +104,20 @@ void DetailListWidget::setThumbnail(const QString &id, const QPixmap &thumbnail)
         item->setData(ThumbnailRole, thumbnail);
 }
 
+void DetailListWidget::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange) {
+        for (int row = 0; row < count(); ++row) {
+            QListWidgetItem *it = item(row);
+            if (const DetailListItemWidget *widget = materialWidget(it)) {
+                it->setData(TypeRole, mediaTypeName(widget->model().mediaType));
+                it->setToolTip(materialToolTip(it->text(), widget->model().downloadStatus));
+            }
+        }
+    }
+    QListWidget::changeEvent(event);
+}
+
 void DetailListWidget::startDrag(Qt::DropActions supportedActions)
 {
     Q_UNUSED(supportedActions) // the host only ever copies a material
@@ -115,22 +127,12 @@ void DetailListWidget::startDrag(Qt::DropActions supportedActions)
     DetailListItemWidget *widget = materialWidget(selected.first());
     if (!widget)
         return;
-    const QString materialString = widget->materialString();
-    auto *drag = new QDrag(this);
-    auto *mime = new QMimeData;
-    mime->setText(materialString);
-    mime->setUrls({QUrl::fromLocalFile(materialString)});
-    drag->setMimeData(mime);
     // The preview the user sees in the grid follows the pointer.
     QPixmap preview = selected.first()->data(ThumbnailRole).value<QPixmap>();
     if (preview.isNull())
         preview = selected.first()->data(PlaceholderRole).value<QPixmap>();
-    if (!preview.isNull())
-        drag->setPixmap(preview.scaled(QSize(64, 64), Qt::KeepAspectRatio, Qt::SmoothTransformation));
-    const StarDragCallback callback = d->callbackProvider ? d->callbackProvider() : StarDragCallback();
-    if (callback)
-        callback(materialString.toStdString(), drag);
-    drag->exec(Qt::CopyAction);
+    dragMaterial(this, widget->materialString(), preview,
+                 d->callbackProvider ? d->callbackProvider() : StarDragCallback());
 }
 
 } // namespace talvor::cloudmaterial

@@ -1,14 +1,13 @@
 #pragma once
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialmodel.h"
+#include "cloudmaterial/cloudmateriallist/materialpresentation.h"
 
 #include <QListWidget>
 
 #include <functional>
 #include <memory>
 #include <string>
-
-class QDrag;
 
 namespace talvor::cloudmaterial {
 
@@ -29,8 +28,6 @@ public:
         PlaceholderRole,             // the type's stand-in picture (QPixmap)
     };
 
-    using StarDragCallback = std::function<void(const std::string &, QDrag *)>;
-
     explicit DetailListWidget(QWidget *parent = nullptr);
     ~DetailListWidget() override;
 
@@ -49,6 +46,7 @@ public:
 
 protected:
     void startDrag(Qt::DropActions supportedActions) override;
+    void changeEvent(QEvent *event) override;
 
 private:
     class Private;

@@ -13,6 +13,18 @@ namespace talvor::cloudmaterial {
 class DetailTitleWidget::Private
 {
 public:
+    void retranslate()
+    {
+        edit->setPlaceholderText(TranslateManager::text("SearchMaterial"));
+        edit->setAccessibleName(TranslateManager::text("SearchMaterial"));
+        edit->setToolTip(TranslateManager::text("SearchMaterial") + QStringLiteral(" (Ctrl+F)"));
+        search->setToolTip(TranslateManager::text("SearchMaterial"));
+        search->setAccessibleName(TranslateManager::text("SearchMaterial"));
+        refresh->setText(TranslateManager::text("Refresh"));
+        refresh->setAccessibleName(TranslateManager::text("Refresh"));
+        refresh->setToolTip(TranslateManager::text("Refresh") + QStringLiteral(" (F5)"));
+    }
+
     QWidget *background = nullptr;
     QLineEdit *edit = nullptr;
     QPushButton *search = nullptr;
@@ -35,17 +47,12 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
     searchLayout->setSpacing(2);
     d->edit = new QLineEdit(background);
     d->edit->setObjectName(QStringLiteral("sreachEdit"));
-    d->edit->setPlaceholderText(TranslateManager::text("SearchMaterial"));
     d->edit->setClearButtonEnabled(true);
-    d->edit->setAccessibleName(TranslateManager::text("SearchMaterial"));
-    d->edit->setToolTip(TranslateManager::text("SearchMaterial") + QStringLiteral(" (Ctrl+F)"));
     // The frame around the field shows the keyboard focus; the field itself has none.
     d->edit->installEventFilter(this);
     d->search = new QPushButton(background);
     d->search->setObjectName(QStringLiteral("searchBtn"));
-    d->search->setToolTip(TranslateManager::text("SearchMaterial"));
     d->search->setText(QStringLiteral("\u2315"));
-    d->search->setAccessibleName(TranslateManager::text("SearchMaterial"));
     d->search->setFocusPolicy(Qt::NoFocus); // the field filters as one types; Tab goes past
     searchLayout->addWidget(d->edit, 1);
     searchLayout->addWidget(d->search);
@@ -53,10 +60,8 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
 
     d->refresh = new QPushButton(this);
     d->refresh->setObjectName(QStringLiteral("cloudRefreshButton"));
-    d->refresh->setText(TranslateManager::text("Refresh"));
-    d->refresh->setAccessibleName(TranslateManager::text("Refresh"));
-    d->refresh->setToolTip(TranslateManager::text("Refresh") + QStringLiteral(" (F5)"));
     layout->addWidget(d->refresh);
+    d->retranslate();
 
     // Filtering follows each keystroke; the search button re-applies the text (e.g. after a refresh).
     connect(d->edit, &QLineEdit::textChanged, this, &DetailTitleWidget::searchTextChanged);
@@ -65,6 +70,13 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
 }
 
 DetailTitleWidget::~DetailTitleWidget() = default;
+
+void DetailTitleWidget::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange)
+        d->retranslate();
+    QWidget::changeEvent(event);
+}
 
 bool DetailTitleWidget::eventFilter(QObject *watched, QEvent *event)
 {

@@ -3,6 +3,7 @@
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
 #include "cloudmaterial/translatemanager.h"
 
+#include <QEvent>
 #include <QHeaderView>
 #include <QIcon>
 #include <QPainter>
@@ -48,6 +49,19 @@ public:
         QWidget *cell = item ? tree->itemWidget(item, DownloadColumn) : nullptr;
         return cell ? cell->findChild<QProgressBar *>() : nullptr;
     }
+
+    // The codes behind each row's translated texts, kept on the row for a change of language.
+    static constexpr int CodeRole = Qt::UserRole + 4;
+
+    void retranslateHeader(DetailTreeWidget *tree)
+    {
+        tree->setHeaderLabels({TranslateManager::text("Name"), TranslateManager::text("Thumbnail"),
+                               TranslateManager::text("Status"), TranslateManager::text("Download"),
+                               TranslateManager::text("Type"), TranslateManager::text("Resolution"),
+                               TranslateManager::text("Size")});
+    }
+
+    std::function<StarDragCallback()> callbackProvider;
 };
 
 DetailTreeWidget::DetailTreeWidget(QWidget *parent)
@@ -58,16 +72,15 @@ DetailTreeWidget::DetailTreeWidget(QWidget *parent)
     setObjectName(QStringLiteral("detailTreeWidget"));
     header()->setObjectName(QStringLiteral("detailTreeHeader"));
     setColumnCount(ColumnCount);
-    setHeaderLabels({TranslateManager::text("Name"), TranslateManager::text("Thumbnail"),
-                     TranslateManager::text("Status"), TranslateManager::text("Download"),
-                     TranslateManager::text("Type"), TranslateManager::text("Resolution"),
-                     TranslateManager::text("Size")});
+    d->retranslateHeader(this);
     for (int column : {SizeColumn, IdColumn, PathColumn})
         setColumnHidden(column, true);
     setUniformRowHeights(true);
     setIconSize(QSize(45, 30));
     setRootIsDecorated(false);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
+    setDragEnabled(true);
+    setDragDropMode(QAbstractItemView::DragOnly);
     // The name takes what the fixed columns leave, so the table fits the panel's width.
     header()->setStretchLastSection(false);
     header()->setSectionResizeMode(NameColumn, QHeaderView::Stretch);
@@ -81,12 +94,17 @@ DetailTreeWidget::DetailTreeWidget(QWidget *parent)
 
 DetailTreeWidget::~DetailTreeWidget() = default;
 
+void DetailTreeWidget::setStarDragCallbackProvider(std::function<StarDragCallback()> provider)
+{
+    d->callbackProvider = std::move(provider);
+}
+
 void DetailTreeWidget::addMaterial(const CloudMaterialModel &model, const QString &materialString)
 {
     auto *item = new QTreeWidgetItem;
     item->setText(NameColumn, QString::fromStdString(model.mediaName));
-    item->setToolTip(NameColumn, QString::fromStdString(model.mediaName));
     item->setText(TypeColumn, mediaTypeName(model.mediaType));
+    item->setData(TypeColumn, Private::CodeRole, model.mediaType);
     // Sounds and documents have no picture size, whatever the record says.
     const bool hasPicture = model.mediaType == 0 || model.mediaType == 1;
     item->setText(ResolutionColumn, hasPicture ? QString::fromStdString(model.resolution) : QStringLiteral("–"));
@@ -123,6 +141,10 @@ void DetailTreeWidget::setDownloadStatus(const QString &id, int status)
         return;
     const QString image = statusImageName(status);
     item->setData(StatusColumn, StatusImageRole, image);
+    item->setData(StatusColumn, Private::CodeRole, status);
+    const QString tip = materialToolTip(item->text(NameColumn), status);
+    item->setToolTip(NameColumn, tip);
+    item->setToolTip(StatusColumn, tip);
     item->setIcon(StatusColumn, image.isEmpty() ? QIcon() : QIcon(themeImagePath(image + QStringLiteral(".png"))));
     if (status != Downloading && d->bar(this, item))
         removeItemWidget(item, DownloadColumn);
@@ -134,6 +156,7 @@ void DetailTreeWidget::setApprovalStatus(const QString &id, int approval)
     if (!item)
         return;
     item->setText(ApprovalColumn, approvalText(approval));
+    item->setData(ApprovalColumn, Private::CodeRole, approval);
     item->setForeground(ApprovalColumn, approvalColor(approval));
 }
 
@@ -178,6 +201,33 @@ int DetailTreeWidget::progress(const QString &id) const
     if (!bar)
         return -1;
     return bar->maximum() > 0 ? bar->value() : 0;
+}
+
+void DetailTreeWidget::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange) {
+        d->retranslateHeader(this);
+        for (int row = 0; row < topLevelItemCount(); ++row) {
+            QTreeWidgetItem *item = topLevelItem(row);
+            item->setText(TypeColumn, mediaTypeName(item->data(TypeColumn, Private::CodeRole).toInt()));
+            item->setText(ApprovalColumn, approvalText(item->data(ApprovalColumn, Private::CodeRole).toInt()));
+            const QString tip = materialToolTip(item->text(NameColumn), item->data(StatusColumn, Private::CodeRole).toInt());
+            item->setToolTip(NameColumn, tip);
+            item->setToolTip(StatusColumn, tip);
+        }
+    }
+    QTreeWidget::changeEvent(event);
+}
+
+void DetailTreeWidget::startDrag(Qt::DropActions supportedActions)
+{
+    Q_UNUSED(supportedActions) // the host only ever copies a material
+    const QList<QTreeWidgetItem *> selected = selectedItems();
+    if (selected.isEmpty())
+        return;
+    QTreeWidgetItem *item = selected.first();
+    dragMaterial(this, item->text(PathColumn), item->icon(ApprovalColumn).pixmap(iconSize()),
+                 d->callbackProvider ? d->callbackProvider() : StarDragCallback());
 }
 
 } // namespace talvor::cloudmaterial

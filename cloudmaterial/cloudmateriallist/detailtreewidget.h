@@ -1,14 +1,16 @@
 #pragma once
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialmodel.h"
+#include "cloudmaterial/cloudmateriallist/materialpresentation.h"
 
 #include <QTreeWidget>
 
+#include <functional>
 #include <memory>
 
 namespace talvor::cloudmaterial {
 
-/** The materials as a table: one top-level row per material. Qt thread. */
+/** The materials as a table: one top-level row per material; a drag hands it to the host like the grid's. Qt thread. */
 class DetailTreeWidget : public QTreeWidget
 {
     Q_OBJECT
@@ -33,6 +35,9 @@ public:
     explicit DetailTreeWidget(QWidget *parent = nullptr);
     ~DetailTreeWidget() override;
 
+    /** Where the host's drag callback is read from at each drag (it may be set later). */
+    void setStarDragCallbackProvider(std::function<StarDragCallback()> provider);
+
     void addMaterial(const CloudMaterialModel &model, const QString &materialString);
     void removeMaterial(const QString &id);
     QTreeWidgetItem *itemById(const QString &id) const;
@@ -43,6 +48,10 @@ public:
     void setThumbnail(const QString &id, const QPixmap &thumbnail);
     /** Percent shown in the download column, or -1 while no download is running. */
     int progress(const QString &id) const;
+
+protected:
+    void startDrag(Qt::DropActions supportedActions) override;
+    void changeEvent(QEvent *event) override;
 
 private:
     class Private;

@@ -8,6 +8,7 @@
 #include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
 #include "cloudmaterial/translatemanager.h"
 
+#include <QEvent>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -64,17 +65,28 @@ public:
         updateDeleteButton();
     }
 
+    void retranslate()
+    {
+        banner->setText(TranslateManager::text("CloudUnreachable"));
+        banner->setAccessibleName(TranslateManager::text("CloudUnreachable"));
+        list->setAccessibleName(TranslateManager::text("CloudMaterial"));
+        tree->setAccessibleName(TranslateManager::text("CloudMaterial"));
+        updateViews(); // the empty area's text
+    }
+
     int shownStatus(const std::string &id) const
     {
         const DetailListItemWidget *widget = list->materialWidget(list->itemById(QString::fromStdString(id)));
         return widget ? widget->model().downloadStatus : NotAllowed;
     }
 
-    std::vector<std::string> downloadedSelection() const
+    // Downloaded copies, and failed downloads whose leftovers must go before the next try.
+    std::vector<std::string> removableSelection() const
     {
         std::vector<std::string> ids;
         for (const std::string &id : q->selectedIds()) {
-            if (shownStatus(id) == Successed)
+            const int status = shownStatus(id);
+            if (status == Successed || status == Failed)
                 ids.push_back(id);
         }
         return ids;
@@ -84,7 +96,7 @@ public:
     {
         // On a proxy client the copies are the proxy server's to keep.
         const bool local = controller && !controller->isServedByProxy();
-        bottom->deleteButton()->setEnabled(local && !downloadedSelection().empty());
+        bottom->deleteButton()->setEnabled(local && !removableSelection().empty());
     }
 
     QString materialString(const CloudMaterialModel &model) const
@@ -129,15 +141,12 @@ DetailWidget::DetailWidget(CloudMaterialController *controller, QWidget *parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     d->title = new DetailTitleWidget(this);
-    d->banner = new QLabel(TranslateManager::text("CloudUnreachable"), this);
+    d->banner = new QLabel(this);
     d->banner->setObjectName(QStringLiteral("catalogueBanner"));
     d->banner->setWordWrap(true);
-    d->banner->setAccessibleName(TranslateManager::text("CloudUnreachable"));
     d->stack = new QStackedWidget(this);
     d->list = new DetailListWidget(d->stack);
-    d->list->setAccessibleName(TranslateManager::text("CloudMaterial"));
     d->tree = new DetailTreeWidget(d->stack);
-    d->tree->setAccessibleName(TranslateManager::text("CloudMaterial"));
     d->empty = new QLabel(d->stack);
     d->empty->setObjectName(QStringLiteral("emptyLabel"));
     d->empty->setAlignment(Qt::AlignCenter);
@@ -162,9 +171,11 @@ DetailWidget::DetailWidget(CloudMaterialController *controller, QWidget *parent)
     QWidget::setTabOrder(bottom->modeButton(), bottom->downloadButton());
 
     QPointer<CloudMaterialController> weakController = controller;
-    d->list->setStarDragCallbackProvider([weakController] {
-        return weakController ? weakController->starDragCallback() : DetailListWidget::StarDragCallback();
-    });
+    const auto callbackProvider = [weakController] {
+        return weakController ? weakController->starDragCallback() : StarDragCallback();
+    };
+    d->list->setStarDragCallbackProvider(callbackProvider);
+    d->tree->setStarDragCallbackProvider(callbackProvider);
 
     connect(d->title, &DetailTitleWidget::searchTextChanged, this, &DetailWidget::setFilter);
     connect(d->title, &DetailTitleWidget::refreshRequested, this, [this] {
@@ -203,10 +214,17 @@ DetailWidget::DetailWidget(CloudMaterialController *controller, QWidget *parent)
                 d->bottom->deleteButton()->click();
         });
     }
-    d->updateViews();
+    d->retranslate();
 }
 
 DetailWidget::~DetailWidget() = default;
+
+void DetailWidget::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange)
+        d->retranslate();
+    QWidget::changeEvent(event);
+}
 
 DetailTitleWidget *DetailWidget::titleWidget() const
 {
@@ -323,7 +341,7 @@ CatalogueState DetailWidget::catalogueState() const
 
 void DetailWidget::removeSelectedLocalCopies()
 {
-    const std::vector<std::string> ids = d->downloadedSelection();
+    const std::vector<std::string> ids = d->removableSelection();
     if (ids.empty() || !d->controller || d->confirmation)
         return;
     auto *box = new QMessageBox(QMessageBox::Question, TranslateManager::text("Delete"),

@@ -4,6 +4,11 @@
 #include "cloudmaterial/translatemanager.h"
 
 #include <QCoreApplication>
+#include <QDrag>
+#include <QMimeData>
+#include <QPixmap>
+#include <QUrl>
+#include <QWidget>
 
 namespace talvor::cloudmaterial {
 
@@ -23,6 +28,14 @@ QString statusImageName(int status)
     default:
         return {};
     }
+}
+
+QString materialToolTip(const QString &name, int status)
+{
+    if (status != Failed)
+        return name;
+    // What the failed download left would spoil the next one until Delete removes it.
+    return name + QLatin1Char('\n') + TranslateManager::text("DownloadFailedDeleteToRetry");
 }
 
 QString themeImagePath(const QString &fileName)
@@ -100,6 +113,21 @@ QString sizeText(std::int64_t bytes)
     if (bytes > kb)
         return QString::number(value / 1024, 'f', 2) + QStringLiteral(" KB");
     return QString::number(value, 'f', 2) + QStringLiteral(" B");
+}
+
+void dragMaterial(QWidget *source, const QString &materialString, const QPixmap &preview,
+                  const StarDragCallback &callback)
+{
+    auto *drag = new QDrag(source);
+    auto *mime = new QMimeData;
+    mime->setText(materialString);
+    mime->setUrls({QUrl::fromLocalFile(materialString)});
+    drag->setMimeData(mime);
+    if (!preview.isNull())
+        drag->setPixmap(preview.scaled(QSize(64, 64), Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    if (callback)
+        callback(materialString.toStdString(), drag);
+    drag->exec(Qt::CopyAction);
 }
 
 } // namespace talvor::cloudmaterial

@@ -80,6 +80,10 @@
         <translation>获取验证码失败</translation>
     </message>
     <message>
+        <source>DownloadFailedDeleteToRetry</source>
+        <translation>下载失败。删除可清除残留文件，然后重新下载。</translation>
+    </message>
+    <message>
         <source>ChooseServerFirst</source>
         <translation>请先选择服务器</translation>
     </message>

@@ -80,6 +80,10 @@
         <translation>Failed to get the verification code</translation>
     </message>
     <message>
+        <source>DownloadFailedDeleteToRetry</source>
+        <translation>The download failed. Delete clears what it left; then download again.</translation>
+    </message>
+    <message>
         <source>ChooseServerFirst</source>
         <translation>Please choose a server first</translation>
     </message>

@@ -80,6 +80,10 @@
         <translation>인증 코드를 받지 못했습니다</translation>
     </message>
     <message>
+        <source>DownloadFailedDeleteToRetry</source>
+        <translation>다운로드에 실패했습니다. 삭제하면 남은 파일이 지워지며, 그다음 다시 다운로드하세요.</translation>
+    </message>
+    <message>
         <source>ChooseServerFirst</source>
         <translation>먼저 서버를 선택해 주세요</translation>
     </message>

@@ -80,6 +80,10 @@
         <translation>Не удалось получить код подтверждения</translation>
     </message>
     <message>
+        <source>DownloadFailedDeleteToRetry</source>
+        <translation>Загрузка не удалась. Удаление убирает оставшийся файл; затем загрузите снова.</translation>
+    </message>
+    <message>
         <source>ChooseServerFirst</source>
         <translation>Сначала выберите сервер</translation>
     </message>

@@ -80,6 +80,10 @@
         <translation>取得驗證碼失敗</translation>
     </message>
     <message>
+        <source>DownloadFailedDeleteToRetry</source>
+        <translation>下載失敗。刪除可清除殘留檔案，然後重新下載。</translation>
+    </message>
+    <message>
         <source>ChooseServerFirst</source>
         <translation>請先選擇伺服器</translation>
     </message>
