@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
 #include <QTreeWidget>
@@ -34,6 +35,8 @@ const int stepTimeoutMs = 60000;
 const int materialIdRole = Qt::UserRole + 1;
 // Approved materials of the local cloud's catalogue, small enough to come quickly.
 const QStringList downloadIds{QStringLiteral("d01"), QStringLiteral("d03"), QStringLiteral("d04")};
+// The local cloud breaks off this material's first download (see localcloud.cpp).
+const char *const failingOnceId = "d08";
 
 // Presses the slider's handle, moves it past the end of its track and lets go, as a pointer would.
 const QString dragToTheEnd = QStringLiteral(R"((function () {
@@ -98,6 +101,8 @@ public:
     QWidget *panel() const;
     QListWidget *materialList() const;
     bool statusShown(const QString &id, const QString &image) const;
+    void selectOnly(const QString &id) const;
+    QPushButton *button(const char *name) const;
     void poll();
     void fail();
 
@@ -114,11 +119,14 @@ public:
     bool dragQueued = false;
     bool loginPressed = false;
     bool downloadAsked = false;
-    QElapsedTimer lastRefresh;
     bool pointerDragging = false;
     PointerDrag pointer;
     std::size_t loginSteps = 0;
     bool ownStepsAfterLogin = false;
+    // The way back from a failed download, a drag from the table and a change of language.
+    enum class Recovery { Start, Failing, Deleting, Downloading, Done } recovery = Recovery::Start;
+    bool tableDragging = false;
+    QString languageBefore;
 };
 
 QWidget *ScriptedRun::Private::loginDialog() const
@@ -153,6 +161,21 @@ bool ScriptedRun::Private::statusShown(const QString &id, const QString &image) 
             return item->data(2, Qt::UserRole + 2).toString() == image;
     }
     return false;
+}
+
+void ScriptedRun::Private::selectOnly(const QString &id) const
+{
+    QListWidget *list = materialList();
+    list->clearSelection();
+    for (int row = 0; row < list->count(); ++row) {
+        if (list->item(row)->data(materialIdRole).toString() == id)
+            list->item(row)->setSelected(true);
+    }
+}
+
+QPushButton *ScriptedRun::Private::button(const char *name) const
+{
+    return panel()->findChild<QPushButton *>(QLatin1String(name));
 }
 
 void ScriptedRun::Private::poll()
@@ -217,8 +240,12 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                             auto *regions = dialog->findChild<QComboBox *>(QStringLiteral("comboBox_severSelect"));
                             if (!regions || regions->count() == 0)
                                 return false;
-                            say(QStringLiteral("login dialog shown"));
-                            dialog->findChild<QPushButton *>(QStringLiteral("pushButton_selectServer"))->click();
+                            // Nothing saved yet: the dialog opens on the choice of a server.
+                            auto *servers = dialog->findChild<QWidget *>(QStringLiteral("widget_login_sever"));
+                            if (!servers || !servers->isVisible())
+                                return false;
+                            say(QStringLiteral("login dialog shown, server list first"));
+                            shoot(dialog, QStringLiteral("demo-login-server.png"));
                             regions->setCurrentIndex(0);
                             say(QStringLiteral("region %1 chosen").arg(regions->currentText()));
                             dialog->findChild<QPushButton *>(QStringLiteral("pushButton_accept"))->click();
@@ -269,16 +296,10 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                             QListWidget *list = d->materialList();
                             if (!list || list->count() < 20)
                                 return false;
-                            // A new material's local copy is looked for on the next refresh; the
-                            // user's refresh brings the approved ones to "download allowed". Pressed
-                            // again after a while: one pressed during the login's refresh is skipped.
-                            if (!d->statusShown(downloadIds.front(), QStringLiteral("download_status_allowed"))) {
-                                if (!d->lastRefresh.isValid() || d->lastRefresh.elapsed() > 2000) {
-                                    d->lastRefresh.start();
-                                    d->panel()->findChild<QPushButton *>(QStringLiteral("cloudRefreshButton"))->click();
-                                }
+                            // The login's refresh is followed at once by one that looks for the
+                            // new materials' copies: the approved ones come to "download allowed".
+                            if (!d->statusShown(downloadIds.front(), QStringLiteral("download_status_allowed")))
                                 return false;
-                            }
                             say(QStringLiteral("panel lists %1 materials").arg(list->count()));
                             shoot(d->panel(), QStringLiteral("demo-panel-list.png"));
                             auto *mode = d->panel()->findChild<QPushButton *>(QStringLiteral("treeModeBtn"));
@@ -338,6 +359,106 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                             d->pointerDragging = true;
                             d->pointer.drag(from, to);
                             return false;
+                        }});
+    // The local cloud breaks off the first download of this material: Delete clears what it left.
+    d->steps.push_back({QStringLiteral("a failed download recovered with Delete"), [this, shoot] {
+                            using Recovery = Private::Recovery;
+                            const QString id = QString::fromLatin1(failingOnceId);
+                            switch (d->recovery) {
+                            case Recovery::Start:
+                                d->selectOnly(id);
+                                say(QStringLiteral("downloading %1, whose first download breaks off").arg(id));
+                                d->button("downloadBtn")->click();
+                                d->recovery = Recovery::Failing;
+                                return false;
+                            case Recovery::Failing:
+                                if (!d->statusShown(id, QStringLiteral("download_status_failed")))
+                                    return false;
+                                say(QStringLiteral("%1 failed; deleting what it left").arg(id));
+                                shoot(d->panel(), QStringLiteral("demo-download-failed.png"));
+                                // The confirmation is a window of its own; it is answered on the next turn.
+                                QMetaObject::invokeMethod(d->button("delBtn"), &QPushButton::click, Qt::QueuedConnection);
+                                d->recovery = Recovery::Deleting;
+                                return false;
+                            case Recovery::Deleting: {
+                                auto *box = d->panel()->findChild<QMessageBox *>(QStringLiteral("deleteConfirmation"));
+                                if (box && box->isVisible()) {
+                                    box->button(QMessageBox::Yes)->click();
+                                    return false;
+                                }
+                                if (!d->statusShown(id, QStringLiteral("download_status_allowed")))
+                                    return false;
+                                say(QStringLiteral("%1 may be downloaded again").arg(id));
+                                d->selectOnly(id);
+                                d->button("downloadBtn")->click();
+                                d->recovery = Recovery::Downloading;
+                                return false;
+                            }
+                            case Recovery::Downloading:
+                                if (!d->statusShown(id, QStringLiteral("download_status_successed")))
+                                    return false;
+                                say(QStringLiteral("%1 downloaded on the second try").arg(id));
+                                shoot(d->panel(), QStringLiteral("demo-download-recovered.png"));
+                                d->recovery = Recovery::Done;
+                                return true;
+                            case Recovery::Done:
+                                return true;
+                            }
+                            return false;
+                        }});
+    // The same drag from the table.
+    d->steps.push_back({QStringLiteral("a material dragged from the table onto the playlist"), [this, shoot] {
+                            PlaylistWidget *playlist = d->window->playlist();
+                            if (playlist->count() > 1) {
+                                say(QStringLiteral("playlist holds %1 from the table").arg(playlist->item(1)->text()));
+                                shoot(d->window, QStringLiteral("demo-drag-from-table.png"));
+                                return true;
+                            }
+                            if (d->pointerDragging)
+                                return false;
+                            auto *tree = d->panel()->findChild<QTreeWidget *>(QStringLiteral("detailTreeWidget"));
+                            if (!tree)
+                                return false;
+                            if (!tree->isVisible()) {
+                                d->button("treeModeBtn")->click();
+                                return false;
+                            }
+                            QTreeWidgetItem *row = nullptr;
+                            for (int i = 0; i < tree->topLevelItemCount() && !row; ++i) {
+                                if (tree->topLevelItem(i)->text(7) == QLatin1String(failingOnceId))
+                                    row = tree->topLevelItem(i);
+                            }
+                            if (!row)
+                                return false;
+                            if (!d->pointer.isAvailable()) {
+                                say(QStringLiteral("no X test extension here: dropping without the pointer"));
+                                playlist->addMaterial(row->text(8));
+                                return false;
+                            }
+                            tree->clearSelection();
+                            tree->scrollToItem(row);
+                            const QPoint from = tree->viewport()->mapToGlobal(tree->visualItemRect(row).center());
+                            const QPoint to = playlist->mapToGlobal(playlist->rect().center());
+                            say(QStringLiteral("dragging %1 from the table onto the playlist").arg(QLatin1String(failingOnceId)));
+                            d->pointerDragging = true;
+                            d->pointer.drag(from, to);
+                            return false;
+                        }});
+    // The host switches the language while the panel is open: the panel follows.
+    d->steps.push_back({QStringLiteral("the panel in the new language"), [this, shoot] {
+                            auto *tree = d->panel()->findChild<QTreeWidget *>(QStringLiteral("detailTreeWidget"));
+                            const QString header = tree->headerItem()->text(0);
+                            if (d->languageBefore.isEmpty()) {
+                                d->languageBefore = header;
+                                MainControllerWrapper::instance().setCurrentLanguage(
+                                    header == QLatin1String("Name") ? "zh_CN" : "en");
+                                return false;
+                            }
+                            if (header == d->languageBefore)
+                                return false;
+                            say(QStringLiteral("panel switched language: \"%1\" is now \"%2\"").arg(d->languageBefore, header));
+                            shoot(d->panel(), QStringLiteral("demo-panel-language.png"));
+                            return true;
                         }});
 }
 
