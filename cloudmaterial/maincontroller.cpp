@@ -83,8 +83,8 @@ public:
     }
 
     void applyTheme(const QString &themeFile);
-    // The default theme file beside the host's executable, unless the host loaded a theme.
-    void ensureTheme();
+    // The default theme file beside the host's executable and the default language, unless the host chose them.
+    void ensureDefaults();
     void applyDialogStyleSheets();
     void connectLogin();
     void connectDevices();
@@ -140,8 +140,13 @@ public:
     MainController *const q;
 };
 
-void MainController::Private::ensureTheme()
+void MainController::Private::ensureDefaults()
 {
+    // A host that never set a language would see the translation keys themselves.
+    if (TranslateManager::instance().language().empty()) {
+        qCInfo(lcController) << "no language set by the host; using" << currentLanguage.c_str();
+        TranslateManager::instance().setLanguage(currentLanguage);
+    }
     if (std::exchange(themeChosen, true))
         return;
     const QString file = QCoreApplication::applicationDirPath() + QStringLiteral("/cloudmaterialtheme/cloudmaterial.theme");
@@ -431,7 +436,7 @@ void MainController::login()
     if (!session.currentNodeIdentity.empty() && !session.currentNode.empty())
         d->node.set(session.currentNode, session.currentNodeIdentity);
     d->login.setLanguage(d->currentLanguage);
-    d->ensureTheme();
+    d->ensureDefaults();
     d->login.prepareLogin();
     d->login.showLoginDialog();
 }
@@ -460,7 +465,7 @@ void MainController::exitLoginVerify()
 
 QWidget *MainController::cloudMaterialList()
 {
-    d->ensureTheme();
+    d->ensureDefaults();
     return d->materials->listWidget();
 }
 

@@ -2,6 +2,7 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
+#include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
 
@@ -9,6 +10,8 @@
 #include "support/logcapture.h"
 
 #include <QtTest>
+
+#include <QPushButton>
 
 #include <QApplication>
 
@@ -53,7 +56,12 @@ void TestFacade::defaultThemeWithoutLoadTheme()
 {
     QVERIFY(QFileInfo::exists(QCoreApplication::applicationDirPath() + "/cloudmaterialtheme/cloudmaterial.theme"));
     QVERIFY(qApp->styleSheet().isEmpty());
-    QVERIFY(wrapper.cloudMaterialList());
+    QVERIFY(TranslateManager::instance().language().empty());
+    QWidget *panel = wrapper.cloudMaterialList();
+    QVERIFY(panel);
+    // No language from the host: the module's own default, never the translation keys.
+    QCOMPARE(TranslateManager::instance().language(), controller.currentLanguage());
+    QCOMPARE(panel->findChild<QPushButton *>(QStringLiteral("downloadBtn"))->text(), QStringLiteral("下载"));
     const QString sheet = qApp->styleSheet();
     QCOMPARE(sheet.count(QStringLiteral("QWidget#CloudMaterialList {")), 1);
     QVERIFY2(sheet.contains(QStringLiteral("#2f8cff")) && !sheet.contains(QLatin1Char('@')), qPrintable(sheet));
