@@ -40,6 +40,11 @@ ServiceReply badBody()
     return failure("10015", "the body is not a JSON object");
 }
 
+ServiceReply badMember(const std::string &member)
+{
+    return failure("10016", "a member of the request is missing or wrong", member);
+}
+
 // Record members arrive as strings; a number is taken as its text so that a client that
 // sends a country code as a number is still understood.
 std::string text(const Json &body, const char *name)
@@ -215,6 +220,8 @@ void LoginService::load(const Json &scenario)
     std::string slave = "one";
     Json status = 200;
     std::map<std::string, Override> overrides;
+    std::int64_t sliderValidity = sliderValidityMs;
+    std::int64_t codeValidity = codeValidityMs;
     try {
         const Json list = scenario.value("accounts", Json::array());
         for (std::size_t i = 0; i < list.size(); ++i)
@@ -248,6 +255,20 @@ void LoginService::load(const Json &scenario)
             for (auto it = gateway.begin(); it != gateway.end(); ++it)
                 overrides[it.key()] = parseOverride(it.value(), it.key());
         }
+        if (scenario.contains("validity")) {
+            const Json &validity = scenario.at("validity");
+            auto ms = [&validity](const char *name, std::int64_t &out) {
+                if (!validity.contains(name))
+                    return;
+                if (!validity.at(name).is_number_integer() || validity.at(name).get<std::int64_t>() < 1)
+                    throw std::invalid_argument(std::string("\"validity\": \"") + name + "\" must be a positive integer");
+                out = validity.at(name).get<std::int64_t>();
+            };
+            if (!validity.is_object())
+                throw std::invalid_argument("\"validity\" must be an object");
+            ms("slider", sliderValidity);
+            ms("code", codeValidity);
+        }
     } catch (const Json::exception &e) {
         throw std::invalid_argument(std::string("bad scenario: ") + e.what());
     }
@@ -258,6 +279,9 @@ void LoginService::load(const Json &scenario)
     m_dnsSlave = slave;
     m_dnsStatus = status;
     m_overrides = std::move(overrides);
+    m_sliderValidityMs = sliderValidity;
+    m_codeValidityMs = codeValidity;
+    m_triples.clear();
 }
 
 void LoginService::setAddress(const std::string &baseUrl, const std::string &host)
@@ -425,10 +449,35 @@ LoginService::Account *LoginService::byId(std::int64_t id)
 
 bool LoginService::codeValid(const Account &account, Channel channel, const std::string &code) const
 {
-    if (code.empty())
-        return false;
     const std::string &sent = channel == Channel::Phone ? account.phoneCode : account.emailCode;
-    return code == sent || code == account.fixedCode;
+    const std::int64_t sentMs = channel == Channel::Phone ? account.phoneCodeSentMs : account.emailCodeSentMs;
+    return !code.empty() && code == sent && nowMs() - sentMs <= m_codeValidityMs;
+}
+
+void LoginService::useUpCode(Account &account, Channel channel)
+{
+    // Sent at the epoch: long expired. /control/codes still shows it.
+    (channel == Channel::Phone ? account.phoneCodeSentMs : account.emailCodeSentMs) = 0;
+}
+
+bool LoginService::takeTriple(const Json &body, bool spend)
+{
+    const std::string sessionId = text(body, "sessionId");
+    if (!sliderAccepted(sessionId, text(body, "sig"), text(body, "token")))
+        return false;
+    const std::int64_t now = nowMs();
+    // The page signs offline, so its clock starts when cloudsim first sees the session.
+    const auto [it, fresh] = m_triples.try_emplace(sessionId, SliderUse{now, false});
+    if (!fresh && (it->second.spent || now - it->second.firstSeenMs > m_sliderValidityMs))
+        return false;
+    it->second.spent = spend;
+    return true;
+}
+
+// The second factor names its account again; an empty or different country code names none.
+bool LoginService::namesAccount(const Account &account, const Json &body)
+{
+    return byIdentify(text(body, "identify")) == &account && withoutPlus(text(body, "countryCode")) == account.countryCode;
 }
 
 std::string LoginService::issueToken(Account &account)
@@ -471,32 +520,39 @@ Json LoginService::loginReply(const Account &account, const std::string &token, 
 
 ServiceReply LoginService::slider(const Json &body)
 {
-    const std::string sessionId = text(body, "sessionId");
-    const std::string sig = text(body, "sig");
-    const std::string token = text(body, "token");
-    const bool hasTriple = !sessionId.empty() || !sig.empty() || !token.empty();
     const Json refused{{"key", ""}, {"status", false}};
-    if (hasTriple && !sliderAccepted(sessionId, sig, token))
-        return success(refused);
-
     const std::string address = text(body, "phone");
+    // A code request spends its triple; a slider check alone only starts the triple's clock.
+    if (!takeTriple(body, !address.empty()))
+        return success(refused);
+    const auto refusedWith = [&refused](const ServiceReply &failed) {
+        Json reply = refused;
+        reply["error"] = Json::parse(failed.body).at("error");
+        return success(reply);
+    };
+
     if (!address.empty()) {
+        const bool email = address.find('@') != std::string::npos;
+        if (text(body, "key").empty())
+            return refusedWith(badMember("key"));
+        if (text(body, "type") != (email ? "EMAIL" : "MOBILE_PHONE"))
+            return refusedWith(badMember("type"));
+        const std::string templateCode = text(body, "templateCode");
+        if (templateCode != "LOGIN" && templateCode != "TRUST_DEVICE")
+            return refusedWith(badMember("templateCode"));
         Channel channel;
         Account *account = byAddress(address, &channel);
-        if (!account) {
-            const bool email = address.find('@') != std::string::npos;
-            Json reply = refused;
-            reply["error"] = Json{{"code", "100058"}, {"msg", "account does not exist"},
-                                  {"field", email ? "EMAIL" : "MOBILE_PHONE"}};
-            return success(reply);
-        }
+        // A phone's country code travels in "parameter".
+        if (account && channel == Channel::Phone && withoutPlus(text(body, "parameter")) != account->countryCode)
+            account = nullptr;
+        if (!account)
+            return refusedWith(failure("100058", "account does not exist", email ? "EMAIL" : "MOBILE_PHONE"));
         const std::string code = account->fixedCode.empty() ? sixDigits() : account->fixedCode;
         (channel == Channel::Phone ? account->phoneCode : account->emailCode) = code;
+        (channel == Channel::Phone ? account->phoneCodeSentMs : account->emailCodeSentMs) = nowMs();
         // Where a human running the demo reads the code that a real cloud would text or mail.
         std::fprintf(stderr, "cloudsim: code %s sent to %s (account %lld)\n", code.c_str(), address.c_str(),
                      static_cast<long long>(account->id));
-    } else if (!hasTriple) {
-        return success(refused);
     }
     Json accepted = Json::object();
     accepted["key"] = body.contains("key") ? body.at("key") : Json("");
@@ -512,7 +568,7 @@ ServiceReply LoginService::codeLogin(const Json &body, Channel channel)
         const std::string phone = text(body, "mobilePhone");
         const std::string countryCode = withoutPlus(text(body, "countryCode"));
         for (auto &a : m_accounts) {
-            if (!phone.empty() && phone == a.phone && (countryCode.empty() || countryCode == a.countryCode)) {
+            if (!phone.empty() && phone == a.phone && countryCode == a.countryCode) {
                 account = &a;
                 break;
             }
@@ -536,13 +592,14 @@ ServiceReply LoginService::codeLogin(const Json &body, Channel channel)
     }
     if (!codeValid(*account, channel, code))
         return failure("10006", "verification code is wrong");
+    useUpCode(*account, channel);
     const bool trusted = account->creditSignatures.count(text(body, "creditSignature")) > 0;
     return success(loginReply(*account, issueToken(*account), account->secondFactor && !trusted));
 }
 
 ServiceReply LoginService::passwordLogin(const Json &body)
 {
-    if (!sliderAccepted(text(body, "sessionId"), text(body, "sig"), text(body, "token")))
+    if (!takeTriple(body, true))
         return failure("10011", "slider verification failed");
     const auto ciphertext = base64Decode(text(body, "password"));
     const auto password = ciphertext ? rsaDecrypt(m_loginKey.get(), *ciphertext) : std::nullopt;
@@ -564,8 +621,9 @@ ServiceReply LoginService::verifyCode(const Json &body, Channel channel)
     const char *field = channel == Channel::Phone ? "MOBILE_PHONE" : "EMAIL";
     const std::int64_t id = integer(body, "id");
     Account *account = id != 0 ? byId(id) : byIdentify(text(body, "identify"));
-    if (!account || (channel == Channel::Phone ? account->phone : account->email).empty())
+    if (!account || (channel == Channel::Phone ? account->phone : account->email).empty() || !namesAccount(*account, body))
         return failure("100058", "account does not exist", field);
+    // Only checked here: the device credit request that follows completes the login and uses it up.
     if (!codeValid(*account, channel, text(body, "identityVerifyCode")))
         return failure("10006", "verification code is wrong");
     // The session of the first step goes on; a fresh one only if there was none.
@@ -580,15 +638,15 @@ ServiceReply LoginService::deviceCredit(const Json &body, const HeaderLookup &he
     if (!account)
         return success(Json{{"http_code", 401}, {"error", "invalid token"}, {"status", "fail"}});
 
-    // The documented place is "authCiphertext"; a client that carries it inside
-    // "creditSignature" (as the credit request record, or bare) is understood too.
-    std::string sealed = text(body, "authCiphertext");
-    if (sealed.empty()) {
-        const std::string carried = text(body, "creditSignature");
-        const auto record = parseObject(carried);
-        sealed = record ? text(*record, "authCiphertext") : carried;
-    }
-    const auto ciphertext = base64Decode(sealed);
+    if (!namesAccount(*account, body))
+        return failure("100058", "account does not exist", account->phone.empty() ? "EMAIL" : "MOBILE_PHONE");
+    if (text(body, "type") != "1")
+        return badMember("type");
+    // Empty for a new device; otherwise one this account obtained before.
+    const std::string carried = text(body, "creditSignature");
+    if (!carried.empty() && account->creditSignatures.count(carried) == 0)
+        return badMember("creditSignature");
+    const auto ciphertext = base64Decode(text(body, "authCiphertext"));
     const auto plain = ciphertext && !ciphertext->empty() ? rsaDecrypt(m_loginKey.get(), *ciphertext) : std::nullopt;
     const auto signature = plain ? parseObject(*plain) : std::nullopt;
     // A device without a serial number signs with an empty text; the member must be there.
@@ -601,8 +659,10 @@ ServiceReply LoginService::deviceCredit(const Json &body, const HeaderLookup &he
         return failure("10014", "the device signature's timestamp is out of range");
 
     const std::string code = text(body, "identityVerifyCode");
-    if (!codeValid(*account, Channel::Phone, code) && !codeValid(*account, Channel::Email, code))
+    const bool byPhone = codeValid(*account, Channel::Phone, code);
+    if (!byPhone && !codeValid(*account, Channel::Email, code))
         return failure("10006", "verification code is wrong");
+    useUpCode(*account, byPhone ? Channel::Phone : Channel::Email);
 
     const std::string credit = "cs-" + randomHex(16);
     account->creditSignatures.insert(credit);

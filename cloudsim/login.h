@@ -70,6 +70,10 @@ public:
     // The slider page's triple, checked as docs/protocol.md describes.
     static bool sliderAccepted(const std::string &sessionId, const std::string &sig, const std::string &token);
     static constexpr const char *sliderKey = "rxcm-slider-v1";
+    // How long a slider triple (from its first request) and a sent code stay good, unless the
+    // scenario's "validity" shortens them for a test.
+    static constexpr std::int64_t sliderValidityMs = 300000;
+    static constexpr std::int64_t codeValidityMs = 300000;
 
 private:
     enum class Channel { Phone, Email };
@@ -90,7 +94,14 @@ private:
         std::vector<std::string> tokens; // the scenario's, then the logins' (last is newest)
         std::string phoneCode;           // the last code sent
         std::string emailCode;
+        std::int64_t phoneCodeSentMs = 0; // 0 once a login used the code up
+        std::int64_t emailCodeSentMs = 0;
         std::set<std::string> creditSignatures;
+    };
+    struct SliderUse
+    {
+        std::int64_t firstSeenMs = 0;
+        bool spent = false;
     };
     struct Override
     {
@@ -113,6 +124,10 @@ private:
     Account *byToken(const std::string &token);
     Account *byId(std::int64_t id);
     bool codeValid(const Account &account, Channel channel, const std::string &code) const;
+    static void useUpCode(Account &account, Channel channel);
+    // A triple that passes, is not spent and not expired; a code request or login spends it.
+    bool takeTriple(const Json &body, bool spend);
+    bool namesAccount(const Account &account, const Json &body);
     std::string issueToken(Account &account);
     Json loginReply(const Account &account, const std::string &token, bool askSecondFactor) const;
 
@@ -134,6 +149,9 @@ private:
     Json m_dnsStatus = 200;
     std::map<std::string, Override> m_overrides;
     Json m_devices = Json::array();
+    std::map<std::string, SliderUse> m_triples; // by session id
+    std::int64_t m_sliderValidityMs = sliderValidityMs;
+    std::int64_t m_codeValidityMs = codeValidityMs;
 };
 
 } // namespace cloudsim

@@ -122,12 +122,42 @@ std::string queryValue(const QueryItems &items, const std::string &key, const st
     return fallback;
 }
 
-std::size_t sizeParam(const QueryItems &items, const std::string &key, std::size_t fallback)
+bool hasParam(const QueryItems &items, const std::string &key)
+{
+    return std::any_of(items.begin(), items.end(), [&key](const auto &item) { return item.first == key; });
+}
+
+bool isDecimal(const std::string &text)
+{
+    return !text.empty() && text.size() <= 9 && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// A catalogue size parameter: present and decimal, else nothing (the cloud has no defaults).
+std::optional<std::size_t> sizeParam(const QueryItems &items, const std::string &key)
 {
     const std::string text = queryValue(items, key);
-    if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos || text.size() > 9)
-        return fallback;
+    if (!hasParam(items, key) || !isDecimal(text))
+        return std::nullopt;
     return static_cast<std::size_t>(std::stoul(text));
+}
+
+// The media type filter: one or more "filters[type][<n>]" with decimal values, nothing else
+// under "filters".
+bool validTypeFilter(const QueryItems &items)
+{
+    static const std::string prefix = "filters[type][";
+    bool any = false;
+    for (const auto &[key, value] : items) {
+        if (key.rfind("filters", 0) != 0)
+            continue;
+        const std::string index = key.size() > prefix.size() + 1 && key.rfind(prefix, 0) == 0 && key.back() == ']'
+                                      ? key.substr(prefix.size(), key.size() - prefix.size() - 1)
+                                      : std::string();
+        if (!isDecimal(index) || !isDecimal(value))
+            return false;
+        any = true;
+    }
+    return any;
 }
 
 const char *statusText(int status)
@@ -521,17 +551,15 @@ Reply Server::Private::gateway(const httplib::Request &req)
 
 Reply Server::Private::gatewayApis(const httplib::Request &req)
 {
-    std::string service = gatewayService(req, nullptr);
-    // The player authorization names its service path in Base64; it is known by that path.
+    const std::string service = gatewayService(req, nullptr);
+    // The player authorization names its service path in Base64 and only so: the plain path
+    // is an unknown service.
     static const std::string playerAuth = "v1/web-backend-service/player/auth";
-    if (service != playerAuth) {
-        const auto decoded = base64Decode(service);
-        if (decoded && *decoded == playerAuth)
-            service = playerAuth;
-    }
-    if (auto forced = login.takeOverride(service))
+    const auto decoded = base64Decode(service);
+    const bool isPlayerAuth = decoded && *decoded == playerAuth;
+    if (auto forced = login.takeOverride(isPlayerAuth ? playerAuth : service))
         return textReply(forced->status, forced->body);
-    if (service == playerAuth) {
+    if (isPlayerAuth) {
         if (!(req.method == "GET" || req.method == "HEAD"))
             return plainStatus(405);
         return jsonReply(200, messaging.playerAuth(req.get_header_value("authorization")));
@@ -552,10 +580,19 @@ Reply Server::Private::catalogue(const httplib::Request &req, const QueryItems &
     if (token.empty() || req.get_header_value("Token") != token || !scenario.hasAccount(token))
         return cloudFailure(401, "invalid token");
 
-    const std::size_t offset = sizeParam(params, "offset", 0);
-    const std::size_t limit = sizeParam(params, "limit", 50);
-    const bool newestFirst = queryValue(params, "sortType", "desc") != "asc";
-    const auto page = scenario.page(token, offset, limit, newestFirst, queryValue(params, "search"));
+    // The cloud pages only on what it is told: each paging parameter must be there and well formed.
+    const auto offset = sizeParam(params, "offset");
+    if (!offset)
+        return cloudFailure(400, "invalid offset");
+    const auto limit = sizeParam(params, "limit");
+    if (!limit || *limit == 0)
+        return cloudFailure(400, "invalid limit");
+    const std::string sortType = queryValue(params, "sortType");
+    if (sortType != "asc" && sortType != "desc")
+        return cloudFailure(400, "invalid sortType");
+    if (!validTypeFilter(params))
+        return cloudFailure(400, "invalid type filter");
+    const auto page = scenario.page(token, *offset, *limit, sortType == "desc", queryValue(params, "search"));
     if (!page)
         return cloudFailure(401, "invalid token"); // removed meanwhile
     Json data = Json::object();

@@ -99,10 +99,19 @@ QJsonObject loginInfo(const QJsonObject &filled, const Triple &t = {})
     return body;
 }
 
+// A phone's country code goes in "parameter"; no address makes it a slider check only.
 QJsonObject codeRequest(const QString &address, const Triple &t)
 {
-    return QJsonObject{{"flag", 0},         {"key", "key-7"}, {"parameter", ""}, {"phone", address}, {"sessionId", t.sessionId},
-                       {"sig", t.sig},      {"templateCode", ""}, {"token", t.token}, {"type", ""}};
+    const bool email = address.contains(QLatin1Char('@'));
+    return QJsonObject{{"flag", 0},
+                       {"key", "key-7"},
+                       {"parameter", email || address.isEmpty() ? "" : "86"},
+                       {"phone", address},
+                       {"sessionId", t.sessionId},
+                       {"sig", t.sig},
+                       {"templateCode", address.isEmpty() ? "" : "LOGIN"},
+                       {"token", t.token},
+                       {"type", address.isEmpty() ? "" : email ? "EMAIL" : "MOBILE_PHONE"}};
 }
 
 // AES-256-ECB with PKCS#7 padding; empty when the padding does not check out.
@@ -141,6 +150,8 @@ private Q_SLOTS:
     }
     void catalogueRecordShape();
     void catalogueHeaderChecks();
+    void catalogueQueryChecks_data();
+    void catalogueQueryChecks();
     void rangeRequests();
     void nodeDirectoryAndDns();
     void sliderCheck_data();
@@ -149,6 +160,10 @@ private Q_SLOTS:
     void loginFailures_data();
     void loginFailures();
     void deviceCreditSignature();
+    void strictRefusals_data();
+    void strictRefusals();
+    void playerAuthPath_data();
+    void playerAuthPath();
     void mqttExchange_data();
     void mqttExchange();
 
@@ -170,6 +185,10 @@ private:
         return m_cloud.control("GET", QStringLiteral("/control/codes")).object().value(address).toString();
     }
 
+    // A request to @p service that the cloud accepts, with what it needs already done (a code
+    // sent, bob's first login step for the device credit, whose headers go to @p headers).
+    QJsonObject acceptedRequest(const QString &service, Headers *headers);
+
     CloudSim m_cloud;
     std::unique_ptr<CloudClient> m_client;
 };
@@ -185,7 +204,7 @@ void TestCloudSim::catalogueRecordShape()
 
     // The wire order is the cloud's, which QJsonObject does not keep: check it on the text of a
     // reply that holds one record, the entity's keys inside media_entity.
-    const QByteArray one = send(QStringLiteral("/gateway/cirro?cirro=Rest/Lite/Medias?search=intro&offset=0&limit=50"),
+    const QByteArray one = send(QString(catalogueQuery).replace(QStringLiteral("search=&"), QStringLiteral("search=intro&")),
                                 CloudClient::gatewayHeaders("tok-1")).body;
     QCOMPARE(mediaList(QJsonDocument::fromJson(one).object()).size(), 1);
     int last = 0;
@@ -227,6 +246,73 @@ void TestCloudSim::catalogueHeaderChecks()
         QCOMPARE(a.body.contains("\"error\""), c.second != 200);
         QCOMPARE(mediaList(a.json()).size(), c.second == 200 ? 2 : 0);
     }
+}
+
+void TestCloudSim::catalogueQueryChecks_data()
+{
+    QTest::addColumn<QString>("from");
+    QTest::addColumn<QString>("to");
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<QStringList>("mids");
+
+    const QString filter0 = QStringLiteral("&filters%5Btype%5D%5B0%5D=1");
+    const QStringList both{"m2", "m1"};
+    QTest::newRow("as the module sends it") << QString() << QString() << QString() << both;
+    QTest::newRow("whole value encoded")
+        << QStringLiteral("cirro=Rest/Lite/Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30&sortType=desc")
+        << QStringLiteral("cirro=Rest%2FLite%2FMedias%3Fsearch%3D%26offset%3D0%26limit%3D50%26tag%3D%26filters%255Btype%255D%255B0%255D%3D1%26sortType%3Ddesc")
+        << QString() << both;
+    QTest::newRow("second page of one") << QStringLiteral("offset=0&limit=50") << QStringLiteral("offset=1&limit=1")
+                                        << QString() << QStringList{"m1"};
+    QTest::newRow("oldest first") << QStringLiteral("sortType=desc") << QStringLiteral("sortType=asc") << QString()
+                                  << QStringList{"m1", "m2"};
+    QTest::newRow("no offset") << QStringLiteral("offset=0&") << QString() << QStringLiteral("invalid offset") << QStringList();
+    QTest::newRow("empty offset") << QStringLiteral("offset=0") << QStringLiteral("offset=") << QStringLiteral("invalid offset")
+                                  << QStringList();
+    QTest::newRow("negative offset") << QStringLiteral("offset=0") << QStringLiteral("offset=-1")
+                                     << QStringLiteral("invalid offset") << QStringList();
+    QTest::newRow("no limit") << QStringLiteral("limit=50&") << QString() << QStringLiteral("invalid limit") << QStringList();
+    QTest::newRow("letter in limit") << QStringLiteral("limit=50") << QStringLiteral("limit=5O")
+                                     << QStringLiteral("invalid limit") << QStringList();
+    QTest::newRow("zero limit") << QStringLiteral("limit=50") << QStringLiteral("limit=0") << QStringLiteral("invalid limit")
+                                << QStringList();
+    QTest::newRow("no sort") << QStringLiteral("&sortType=desc") << QString() << QStringLiteral("invalid sortType")
+                             << QStringList();
+    QTest::newRow("unknown sort") << QStringLiteral("sortType=desc") << QStringLiteral("sortType=dsc")
+                                  << QStringLiteral("invalid sortType") << QStringList();
+    QTest::newRow("no type filter")
+        << QStringLiteral("&filters%5Btype%5D%5B0%5D=1&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30") << QString()
+        << QStringLiteral("invalid type filter") << QStringList();
+    QTest::newRow("filter without value") << filter0 << QStringLiteral("&filters%5Btype%5D%5B0%5D=")
+                                          << QStringLiteral("invalid type filter") << QStringList();
+    QTest::newRow("filter on another field") << filter0 << QStringLiteral("&filters%5Btyp%5D%5B0%5D=1")
+                                             << QStringLiteral("invalid type filter") << QStringList();
+    QTest::newRow("filter without index") << filter0 << QStringLiteral("&filters%5Btype%5D%5B%5D=1")
+                                          << QStringLiteral("invalid type filter") << QStringList();
+}
+
+void TestCloudSim::catalogueQueryChecks()
+{
+    // The cloud defaults nothing: the module's paging, order and type filter must all be there.
+    QFETCH(QString, from);
+    QFETCH(QString, to);
+    QFETCH(QString, error);
+    QFETCH(QStringList, mids);
+    QString query = catalogueQuery;
+    if (!from.isEmpty()) {
+        QVERIFY2(query.contains(from), qPrintable(from));
+        query.replace(from, to);
+    }
+    const Answer a = send(query, CloudClient::gatewayHeaders("tok-1"));
+    QCOMPARE(a.status, 200);
+    const QJsonObject reply = a.json();
+    QCOMPARE(reply.value("http_code").toInt(), error.isEmpty() ? 200 : 400);
+    QCOMPARE(reply.value("error").toString(), error);
+    QCOMPARE(reply.value("status").toString(), error.isEmpty() ? QStringLiteral("success") : QStringLiteral("fail"));
+    QStringList got;
+    for (const QJsonValue &m : mediaList(reply))
+        got << m.toObject().value("mid").toString();
+    QCOMPARE(got, mids);
 }
 
 void TestCloudSim::rangeRequests()
@@ -313,7 +399,9 @@ void TestCloudSim::loginFailures_data()
     QTest::addColumn<QJsonObject>("body");
     QTest::addColumn<QByteArray>("code");
     QTest::addColumn<QByteArray>("field");
-    auto phone = [](const char *number) { return loginInfo({{"mobilePhone", number}, {"identityVerifyCode", "246810"}}); };
+    auto phone = [](const char *number) {
+        return loginInfo({{"mobilePhone", number}, {"countryCode", "86"}, {"identityVerifyCode", "246810"}});
+    };
     auto password = [](const char *identify, const QString &encrypted) {
         return loginInfo({{"identify", identify}, {"password", encrypted}}, sliderTriple());
     };
@@ -375,6 +463,140 @@ void TestCloudSim::deviceCreditSignature()
     QCOMPARE(a.json().value("info").toString(), QStringLiteral("ok"));
     // A login that carries the signature is from a trusted device.
     QCOMPARE(login(a.json().value("signature").toString()).value("deviceProtect").toObject().value("status").toInt(-1), 1);
+}
+
+QJsonObject TestCloudSim::acceptedRequest(const QString &service, Headers *headers)
+{
+    if (service == slider)
+        return codeRequest(QStringLiteral("13800000001"), sliderTriple());
+    if (service == phoneLogin)
+        return loginInfo({{"mobilePhone", "13800000001"}, {"countryCode", "+86"},
+                          {"identityVerifyCode", requestCode(QStringLiteral("13800000001"))}});
+    if (service == emailLogin)
+        return loginInfo({{"email", "alice@example.test"}, {"identityVerifyCode", requestCode(QStringLiteral("alice@example.test"))}});
+    if (service == passwordLogin)
+        return loginInfo({{"identify", "alice"}, {"password", encryptForCloud("s3cret-Pa55")}}, sliderTriple());
+    // bob's second factor: his first login step, then the code that was sent to his phone.
+    const QJsonObject first = post(passwordLogin, loginInfo({{"identify", "bob"}, {"password", encryptForCloud("bob-pass")}},
+                                                            sliderTriple())).json();
+    const QByteArray bearer = first.value("token").toObject().value("token").toString().toUtf8();
+    const QString code = requestCode(QStringLiteral("13800000002"));
+    if (service != deviceCredit)
+        return QJsonObject{{"identityVerifyCode", code}, {"identify", "bob"}, {"countryCode", "86"}, {"id", 124}};
+    *headers = {{"Token", bearer}, {"Authorization", bearer}};
+    return QJsonObject{{"identityVerifyCode", code}, {"identify", "bob"}, {"countryCode", "86"}, {"creditSignature", ""},
+                       {"type", "1"}, {"authCiphertext", encryptForCloud(deviceSignature(60000))}};
+}
+
+void TestCloudSim::strictRefusals_data()
+{
+    QTest::addColumn<QString>("service");
+    // "member=value" replaces a member; "used": the same request went through once before;
+    // "expired": the slider and codes last 1 ms and the request comes later; "no slider".
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QByteArray>("code"); // empty: accepted; "-": refused without a code
+    QTest::addColumn<QByteArray>("field");
+    const QString codeStep = QStringLiteral("v1/web-backend-service/account/mobilephoneverifycode");
+    auto row = [](const char *name, const QString &service, const char *fault, const char *code, const char *field = "") {
+        QTest::newRow(name) << service << QString::fromLatin1(fault) << QByteArray(code) << QByteArray(field);
+    };
+    row("code request", slider, "", "");
+    row("code request: triple used", slider, "used", "-");
+    row("code request: triple expired", slider, "expired", "-");
+    row("code request: no slider", slider, "no slider", "-");
+    row("code request: no country code", slider, "parameter=", "100058", "MOBILE_PHONE");
+    row("code request: another country", slider, "parameter=44", "100058", "MOBILE_PHONE");
+    row("code request: no type", slider, "type=", "10016", "type");
+    row("code request: e-mail type for a phone", slider, "type=EMAIL", "10016", "type");
+    row("code request: no template", slider, "templateCode=", "10016", "templateCode");
+    row("code request: no key", slider, "key=", "10016", "key");
+    row("phone login", phoneLogin, "", "");
+    row("phone login: code used", phoneLogin, "used", "10006");
+    row("phone login: code expired", phoneLogin, "expired", "10006");
+    row("phone login: no country code", phoneLogin, "countryCode=", "100058", "MOBILE_PHONE");
+    row("phone login: another country", phoneLogin, "countryCode=+44", "100058", "MOBILE_PHONE");
+    row("e-mail login: code used", emailLogin, "used", "10006");
+    row("password login", passwordLogin, "", "");
+    row("password login: triple used", passwordLogin, "used", "10011");
+    row("password login: triple expired", passwordLogin, "expired", "10011");
+    row("code step", codeStep, "", "");
+    row("code step: another account", codeStep, "identify=alice", "100058", "MOBILE_PHONE");
+    row("code step: no country code", codeStep, "countryCode=", "100058", "MOBILE_PHONE");
+    row("device credit", deviceCredit, "", "");
+    row("device credit: code used", deviceCredit, "used", "10006");
+    row("device credit: another account", deviceCredit, "identify=carol", "100058", "MOBILE_PHONE");
+    row("device credit: another country", deviceCredit, "countryCode=1", "100058", "MOBILE_PHONE");
+    row("device credit: no type", deviceCredit, "type=", "10016", "type");
+    row("device credit: another type", deviceCredit, "type=2", "10016", "type");
+    row("device credit: a signature never given", deviceCredit, "creditSignature=cs-00", "10016", "creditSignature");
+    row("device credit: no device signature", deviceCredit, "authCiphertext=", "10013");
+}
+
+void TestCloudSim::strictRefusals()
+{
+    QFETCH(QString, service);
+    QFETCH(QString, fault);
+    QFETCH(QByteArray, code);
+    QFETCH(QByteArray, field);
+
+    if (fault == QLatin1String("expired")) {
+        QJsonObject root = QJsonDocument::fromJson(scenario).object();
+        root.insert("validity", QJsonObject{{"slider", 1}, {"code", 1}});
+        m_cloud.stop();
+        QVERIFY(m_cloud.start(QJsonDocument(root).toJson(QJsonDocument::Compact)));
+    }
+    Headers headers;
+    QJsonObject body = acceptedRequest(service, &headers);
+    const QString member = fault.section(QLatin1Char('='), 0, 0);
+    if (fault.contains(QLatin1Char('='))) {
+        QVERIFY(body.contains(member));
+        body.insert(member, fault.section(QLatin1Char('='), 1));
+    } else if (fault == QLatin1String("no slider")) {
+        for (const char *key : {"sessionId", "sig", "token"})
+            body.insert(QLatin1String(key), QString());
+    } else if (fault == QLatin1String("used")) {
+        QVERIFY(!post(service, body, headers).body.contains("\"error\""));
+    } else if (fault == QLatin1String("expired")) {
+        // A slider check alone starts the triple's clock without using it.
+        if (!body.value("sessionId").toString().isEmpty())
+            QVERIFY(post(slider, codeRequest(QString(), {body.value("sessionId").toString(), body.value("sig").toString(),
+                                                         body.value("token").toString()})).json().value("status").toBool());
+        const qint64 seen = QDateTime::currentMSecsSinceEpoch();
+        QTRY_VERIFY(QDateTime::currentMSecsSinceEpoch() > seen + 1);
+    }
+
+    const Answer a = post(service, body, headers);
+    QCOMPARE(a.status, 200);
+    const QJsonObject reply = a.json();
+    QCOMPARE(reply.value("error").toObject().value("code").toString(), QString::fromLatin1(code == "-" ? "" : code));
+    QCOMPARE(reply.value("error").toObject().value("field").toString(), QString::fromLatin1(field));
+    if (service == slider) {
+        // The code request's own shape: refused, nothing echoed, no code sent.
+        QCOMPARE(reply.value("status").toBool(), code.isEmpty());
+        QCOMPARE(reply.value("key").toString(), code.isEmpty() ? QStringLiteral("key-7") : QString());
+    } else {
+        QCOMPARE(a.body.contains("\"error\""), !code.isEmpty());
+    }
+}
+
+void TestCloudSim::playerAuthPath_data()
+{
+    QTest::addColumn<QString>("cirro");
+    QTest::addColumn<bool>("served");
+    const QByteArray path = "v1/web-backend-service/player/auth";
+    QTest::newRow("Base64") << QString::fromLatin1(path.toBase64()) << true;
+    QTest::newRow("plain") << QString::fromLatin1(path) << false;
+}
+
+void TestCloudSim::playerAuthPath()
+{
+    QFETCH(QString, cirro);
+    QFETCH(bool, served);
+    const Answer a = send(QStringLiteral("/gateway/apis?cirro=") + cirro, {{"authorization", "tok-1"}});
+    // The plain path is no service: GET is not the login services' method.
+    QCOMPARE(a.status, served ? 200 : 405);
+    QCOMPARE(a.json().value("value").toObject().value("cirro").toObject().value("username").toString(),
+             served ? QStringLiteral("bind-user") : QString());
 }
 
 void TestCloudSim::mqttExchange_data()

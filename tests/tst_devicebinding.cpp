@@ -1,12 +1,13 @@
-// Tests of the device binding against a real broker, one device's life: the bind sequence, the
-// cloud's get requests, the volume rule, a broker restart, the unbinding follow-up; and the
-// failures that are only logged.
+// Tests of the device binding against a real broker, one behaviour each, every test its own
+// device: the bind sequence, the cloud's get requests, the volume rule, a broker restart, the
+// unbinding follow-up and a clean stop; and the failures that are only logged.
 // The exact text of each record is pinned in tst_deviceinfo; here, what the device fills in.
 
 #include "cloudmaterial/devicebinding/devicebinding.h"
 #include "cloudmaterial/devicebinding/devicebindingcontroller.h"
 #include "cloudmaterial/devicebinding/deviceinformation.h"
 #include "cloudmaterial/devicebinding/devicetopics.h"
+#include "cloudmaterial/stdstringmetatype_p.h"
 #include "support/logcapture.h"
 #include "support/mosquittofixture.h"
 
@@ -14,6 +15,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QTcpServer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -76,6 +78,27 @@ const QJsonObject json(const std::string &payload)
     return QJsonDocument::fromJson(QByteArray::fromStdString(payload)).object();
 }
 
+// The body without the byte counts that change while the test runs.
+QJsonObject withoutUsage(QJsonObject body)
+{
+    body.remove(QStringLiteral("used"));
+    if (body.contains(QStringLiteral("storage"))) {
+        QJsonArray disks;
+        for (const auto &disk : body[QStringLiteral("storage")].toArray())
+            disks.append(withoutUsage(disk.toObject()));
+        body[QStringLiteral("storage")] = disks;
+    }
+    return body;
+}
+
+// A loopback URL where no broker listens: the client is made but never connects.
+QString deadBrokerUrl()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return QStringLiteral("tcp://127.0.0.1:%1").arg(probe.serverPort());
+}
+
 int logCount(const LogCapture &log, const std::string &text)
 {
     // Every line carries the source-location suffix after the promised text.
@@ -93,143 +116,232 @@ class TestDeviceBinding : public QObject
 
 private Q_SLOTS:
     void initTestCase() { QVERIFY(m_broker.start()); }
-    void init()
-    {
-        // Every test is its own device, so nothing another test left on the broker can match.
-        m_sn = "S" + QUuid::createUuid().toString(QUuid::Id128).left(10).toStdString();
-        m_cloud = std::make_unique<CloudClient>(m_broker.url());
-    }
-    void cleanup() { m_cloud.reset(); }
+    void init();
+    void cleanup();
 
-    void bindGetReportAndUnbind();
-    void failuresAreOnlyLogged();
+    void bindSendsOnlineThenTheBindingRequest();
+    void bindingReplyBindsAndReportsBasicInfo();
+    void getRequestIsAnsweredAtQos0_data();
+    void getRequestIsAnsweredAtQos0();
+    void volumeIsReportedOnlyWhenBoundAndChanged();
+    void brokerRestartLeavesTheWillAndTheDeviceComesBack();
+    void unbindingIsConfirmedThenLogsOut();
+    void unconfirmedUnbindingDoesNotLogOut();
+    void cleanStopLeavesNoWill();
+    void refusedStartStillRunsTheSequence();
+    void strayTopicIsOnlyLogged();
+    void bindingReplyWithoutClientStillBinds();
 
 private:
     std::string topic(std::string_view root, std::string_view path) const { return t::topic(root, ModelId, m_sn, path); }
-    void configure(DeviceBindingController &controller, const QString &url)
-    {
-        controller.setModelId(ModelId);
-        controller.setSn(m_sn);
-        controller.setServerUri(url.toStdString());
-        m_clientId = QUuid::createUuid().toString().toStdString();
-        controller.setClientId(m_clientId);
-        controller.setUserName("mqtt-user");
-        controller.setPassword("mqtt-pass");
-        controller.setDeviceName("Hall player");
-        controller.setCustomDeviceName("Front desk");
-        controller.setSoftwareMainVersion("5.2.1");
-    }
-    /** Waits until the broker has acknowledged all five of the device's subscriptions. */
-    bool waitSubscribed()
-    {
-        // The device subscribes from the library's thread; the broker's own log tells when it is done.
-        const QByteArray ack = "Sending SUBACK to " + QByteArray::fromStdString(m_clientId);
-        return QTest::qWaitFor([&] {
-            QFile file(m_broker.logFile());
-            return file.open(QIODevice::ReadOnly) && file.readAll().count(ack) >= 5;
-        }, 10000);
-    }
+    void configure(const QString &url);
+    /** bind() against the broker: subscribed, online and binding request seen by the cloud. */
+    bool bindDevice();
+    /** bindDevice(), then the cloud's binding reply and the reports it brings. */
+    bool bindAndConfirm();
+    bool waitSubscribed();
+    QJsonObject basicBody() const;
+    QJsonObject storageBody() const;
+    /** The body a get request for @p content is answered with (the volume is set in init()). */
+    QJsonObject replyBody(const QString &content) const;
 
     Mosquitto m_broker;
     std::unique_ptr<CloudClient> m_cloud;
+    std::unique_ptr<LogCapture> m_log;
+    std::unique_ptr<DeviceBindingController> m_controller;
+    std::unique_ptr<DeviceBinding> m_binding;
     std::string m_sn, m_clientId;
 };
 
-void TestDeviceBinding::bindGetReportAndUnbind()
+void TestDeviceBinding::init()
 {
-    DeviceBindingController controller;
-    DeviceBinding binding(&controller);
-    configure(controller, m_broker.url());
-    controller.setVolume(37);
-    LogCapture log;
-    QVERIFY(binding.bind());
-    QVERIFY(waitSubscribed());
-    const std::string online = topic(t::upstreamReport, t::online);
-    QTRY_COMPARE(m_cloud->on().size(), std::size_t(2));
-    QCOMPARE(m_cloud->on().at(0).topic, online);
+    // Every test is its own device with a fresh log sink on the host's logger, so nothing another
+    // test left on the broker or in the log can match.
+    m_sn = "S" + QUuid::createUuid().toString(QUuid::Id128).left(10).toStdString();
+    m_log = std::make_unique<LogCapture>();
+    m_cloud = std::make_unique<CloudClient>(m_broker.url());
+    m_controller = std::make_unique<DeviceBindingController>();
+    m_binding = std::make_unique<DeviceBinding>(m_controller.get());
+    m_controller->setVolume(37);
+}
+
+void TestDeviceBinding::cleanup()
+{
+    m_binding.reset();
+    m_controller.reset();
+    m_cloud.reset();
+    m_log.reset();
+}
+
+void TestDeviceBinding::configure(const QString &url)
+{
+    m_controller->setModelId(ModelId);
+    m_controller->setSn(m_sn);
+    m_controller->setServerUri(url.toStdString());
+    m_clientId = QUuid::createUuid().toString().toStdString();
+    m_controller->setClientId(m_clientId);
+    m_controller->setUserName("mqtt-user");
+    m_controller->setPassword("mqtt-pass");
+    m_controller->setDeviceName("Hall player");
+    m_controller->setCustomDeviceName("Front desk");
+    m_controller->setSoftwareMainVersion("5.2.1");
+}
+
+bool TestDeviceBinding::waitSubscribed()
+{
+    // The device subscribes from the library's thread; the broker's own log tells when all five are acknowledged.
+    const QByteArray ack = "Sending SUBACK to " + QByteArray::fromStdString(m_clientId);
+    return QTest::qWaitFor([&] {
+        QFile file(m_broker.logFile());
+        return file.open(QIODevice::ReadOnly) && file.readAll().count(ack) >= 5;
+    }, 10000);
+}
+
+bool TestDeviceBinding::bindDevice()
+{
+    configure(m_broker.url());
+    return m_binding->bind() && waitSubscribed() && QTest::qWaitFor([&] { return m_cloud->on().size() == 2; }, 10000);
+}
+
+bool TestDeviceBinding::bindAndConfirm()
+{
+    if (!bindDevice())
+        return false;
+    m_cloud->publish(topic(t::downstreamReply, t::binding), R"({"header":{"content":"binding","requestId":"x"},"body":{"dummy":""}})");
+    return QTest::qWaitFor([&] { return m_cloud->on().size() == 4; }, 10000) && m_controller->isBound();
+}
+
+QJsonObject TestDeviceBinding::basicBody() const
+{
+    return {{"brand", "orbi"}, {"series", "RM"}, {"deviceName", "Hall player"}, {"productName", "Talvor RM5"},
+            {"customDeviceName", "Front desk"}, {"modelId", "M1"}, {"sn", QString::fromStdString(m_sn)},
+            {"mac", QString::fromStdString(localMacAddress())}, {"localIp", QString::fromStdString(localIpAddress())},
+            {"platformSystem", "Linux"}, {"softwareMainVersion", "5.2.1"}};
+}
+
+QJsonObject TestDeviceBinding::storageBody() const
+{
+    QJsonArray disks;
+    qint64 capability = 0;
+    for (const DiskJson &disk : diskList()) {
+        disks.append(QJsonObject{{"capability", qint64(disk.capability)}, {"name", QString::fromStdString(disk.name)},
+                                 {"diskName", QString::fromStdString(disk.diskName)}, {"type", QString::fromStdString(disk.type)}});
+        capability += disk.capability;
+    }
+    return {{"capability", capability}, {"storage", disks}};
+}
+
+QJsonObject TestDeviceBinding::replyBody(const QString &content) const
+{
+    if (content == QLatin1String("basic"))
+        return basicBody();
+    if (content == QLatin1String("storage"))
+        return storageBody();
+    return {{"value", 37}};
+}
+
+void TestDeviceBinding::bindSendsOnlineThenTheBindingRequest()
+{
+    QVERIFY(bindDevice());
+    QCOMPARE(m_cloud->on().at(0).topic, topic(t::upstreamReport, t::online));
     const auto request = m_cloud->on().at(1);
     QCOMPARE(request.topic, topic(t::upstreamPost, t::binding));
     QCOMPARE(request.qos, 2);
-    const QString mac = QString::fromStdString(localMacAddress()), sn = QString::fromStdString(m_sn);
     QCOMPARE(json(request.payload)["body"].toObject(),
-             (QJsonObject{{"username", "mqtt-user"}, {"password", "mqtt-pass"}, {"passwordEncType", 0}, {"mac", mac},
-                          {"sn", sn}, {"modelId", "M1"}, {"deviceName", "Hall player"}, {"customDeviceName", "Front desk"},
-                          {"source", 1}}));
-    QVERIFY(!controller.isBound());
-    QVERIFY(!controller.reportVolumeInfo()); // not bound: no volume goes out
+             (QJsonObject{{"username", "mqtt-user"}, {"password", "mqtt-pass"}, {"passwordEncType", 0},
+                          {"mac", QString::fromStdString(localMacAddress())}, {"sn", QString::fromStdString(m_sn)},
+                          {"modelId", "M1"}, {"deviceName", "Hall player"}, {"customDeviceName", "Front desk"}, {"source", 1}}));
+    QVERIFY(!m_controller->isBound());
+}
 
-    // The cloud's reply binds: online again, then the basic report.
+void TestDeviceBinding::bindingReplyBindsAndReportsBasicInfo()
+{
+    QVERIFY(bindDevice());
     const std::string reply = R"({"header":{"content":"binding","requestId":"x"},"body":{"dummy":""}})";
     m_cloud->publish(topic(t::downstreamReply, t::binding), reply);
     QTRY_COMPARE(m_cloud->on().size(), std::size_t(4));
-    QVERIFY(controller.isBound());
-    QCOMPARE(logCount(log, "binding reply: " + reply), 1);
-    QCOMPARE(m_cloud->on().at(2).topic, online);
+    QVERIFY(m_controller->isBound());
+    QCOMPARE(logCount(*m_log, "binding reply: " + reply), 1);
+    QCOMPARE(m_cloud->on().at(2).topic, topic(t::upstreamReport, t::online));
     const auto basic = m_cloud->on().at(3);
     QCOMPARE(basic.topic, topic(t::upstreamReport, t::basic));
     QCOMPARE(basic.qos, 2);
-    const QJsonObject basicBody{{"brand", "orbi"}, {"series", "RM"}, {"deviceName", "Hall player"}, {"productName", "Talvor RM5"},
-                                {"customDeviceName", "Front desk"}, {"modelId", "M1"}, {"sn", sn}, {"mac", mac},
-                                {"localIp", QString::fromStdString(localIpAddress())}, {"platformSystem", "Linux"},
-                                {"softwareMainVersion", "5.2.1"}};
-    QCOMPARE(json(basic.payload)["body"].toObject(), basicBody);
+    QCOMPARE(json(basic.payload)["body"].toObject(), basicBody());
+}
 
-    // Each get request is logged as promised ("get storage :" with its blank) and answered at QoS 0:
-    // the cloud subscribed at QoS 2, so a QoS 0 arrival means the device published at 0.
-    const struct { std::string_view path; const char *content, *log; } gets[] = {
-        {t::basic, "basic", "get basic: "}, {t::storage, "storage", "get storage : "}, {t::volume, "volume", "get volume: "}};
-    QJsonObject replies;
-    for (const auto &get : gets) {
-        const std::string request = std::string(R"({"header":{"content":")") + get.content + R"(","requestId":"req-)"
-                                    + get.content + R"(","version":"1.0"},"body":{}})";
-        m_cloud->publish(topic(t::downstreamGet, get.path), request);
-        const std::string reply = topic(t::upstreamReply, get.path);
-        QTRY_COMPARE(m_cloud->on(reply).size(), std::size_t(1));
-        QCOMPARE(logCount(log, get.log + request), 1);
-        QCOMPARE(m_cloud->on(reply).at(0).qos, 0);
-        const QJsonObject answer = json(m_cloud->on(reply).at(0).payload);
-        QCOMPARE(answer["header"]["requestId"].toString(), QStringLiteral("req-") + QLatin1String(get.content));
-        replies.insert(QLatin1String(get.content), answer["body"]);
-    }
-    const QJsonObject &bodies = replies;
-    QCOMPARE(bodies["basic"].toObject(), basicBody);
-    QCOMPARE(bodies["volume"].toObject(), (QJsonObject{{"value", 37}}));
-    const QJsonArray disks = bodies["storage"]["storage"].toArray();
-    QCOMPARE(std::size_t(disks.size()), diskList().size());
-    qint64 capability = 0;
-    for (const auto &disk : disks)
-        capability += disk["capability"].toVariant().toLongLong();
-    QCOMPARE(bodies["storage"]["capability"].toVariant().toLongLong(), capability);
+void TestDeviceBinding::getRequestIsAnsweredAtQos0_data()
+{
+    QTest::addColumn<std::string>("path");
+    QTest::addColumn<QString>("content");
+    QTest::addColumn<std::string>("logPrefix");
+    // "get storage :" with its blank, as promised.
+    QTest::newRow("basic") << std::string(t::basic) << "basic" << std::string("get basic: ");
+    QTest::newRow("storage") << std::string(t::storage) << "storage" << std::string("get storage : ");
+    QTest::newRow("volume") << std::string(t::volume) << "volume" << std::string("get volume: ");
+}
 
-    // The volume is reported only when it changed.
-    controller.setVolume(40);
-    QVERIFY(controller.reportVolumeInfo());
-    controller.setVolume(40);
-    QVERIFY(!controller.reportVolumeInfo());
-    controller.setVolume(41);
-    QVERIFY(controller.reportVolumeInfo());
-    QCOMPARE(logCount(log, "VolumeInfoJson is not changed"), 1);
+void TestDeviceBinding::getRequestIsAnsweredAtQos0()
+{
+    QFETCH(std::string, path);
+    QFETCH(QString, content);
+    QFETCH(std::string, logPrefix);
+    QVERIFY(bindAndConfirm());
+    const std::string request = R"({"header":{"content":")" + content.toStdString() + R"(","requestId":"req-)"
+                                + content.toStdString() + R"(","version":"1.0"},"body":{}})";
+    m_cloud->publish(topic(t::downstreamGet, path), request);
+    const std::string reply = topic(t::upstreamReply, path);
+    QTRY_COMPARE(m_cloud->on(reply).size(), std::size_t(1));
+    QCOMPARE(logCount(*m_log, logPrefix + request), 1);
+    // The cloud subscribed at QoS 2, so a QoS 0 arrival means the device published at 0.
+    QCOMPARE(m_cloud->on(reply).at(0).qos, 0);
+    const QJsonObject answer = json(m_cloud->on(reply).at(0).payload);
+    QCOMPARE(answer["header"]["content"].toString(), content);
+    QCOMPARE(answer["header"]["requestId"].toString(), "req-" + content);
+    QCOMPARE(withoutUsage(answer["body"].toObject()), withoutUsage(replyBody(content)));
+}
+
+void TestDeviceBinding::volumeIsReportedOnlyWhenBoundAndChanged()
+{
+    QVERIFY(bindDevice());
+    QVERIFY(!m_controller->reportVolumeInfo()); // not bound yet: no volume goes out
+    m_cloud->publish(topic(t::downstreamReply, t::binding), "{}");
+    QTRY_VERIFY(m_controller->isBound());
+    m_controller->setVolume(40);
+    QVERIFY(m_controller->reportVolumeInfo());
+    m_controller->setVolume(40);
+    QVERIFY(!m_controller->reportVolumeInfo());
+    m_controller->setVolume(41);
+    QVERIFY(m_controller->reportVolumeInfo());
+    QCOMPARE(logCount(*m_log, "VolumeInfoJson is not changed"), 1);
     const std::string volume = topic(t::upstreamReport, t::volume);
     QTRY_COMPARE(m_cloud->on(volume).size(), std::size_t(2));
+    QCOMPARE(m_cloud->on(volume).at(0).qos, 2);
     // The broker keeps one client's order: had 40 gone out twice it would sit before 41.
     QCOMPARE(json(m_cloud->on(volume).at(1).payload)["body"]["value"].toInt(), 41);
+}
 
-    // A broker restart leaves the offline will standing: retained (the cloud subscribed after it),
-    // QoS 2, on the device's offline topic. The device reconnects 2.5 s after the loss, resubscribes
-    // and is online again.
+void TestDeviceBinding::brokerRestartLeavesTheWillAndTheDeviceComesBack()
+{
+    QVERIFY(bindAndConfirm());
+    // The offline will stays behind: retained (the cloud subscribes after it), QoS 2, on the
+    // device's offline topic. The device reconnects 2.5 s after the loss, resubscribes and, being
+    // bound, says it is online again.
     m_cloud.reset();
     QVERIFY(m_broker.restart());
     m_cloud = std::make_unique<CloudClient>(m_broker.url());
     const std::string offline = topic(t::upstreamReport, t::offline);
     QTRY_COMPARE(m_cloud->on(offline).size(), std::size_t(1));
     QCOMPARE(m_cloud->on(offline).at(0).qos, 2);
-    m_cloud->publish(offline, "", true); // cleared, so that the clean stop below can be seen to leave none
     QTRY_VERIFY_WITH_TIMEOUT(m_cloud->on(topic(t::upstreamReport, t::online)).size() >= 1, 30000);
+    m_cloud->publish(offline, "", true); // the will would otherwise outlive this test's device
+}
 
-    // The cloud's unbinding is confirmed, then the user is logged out half a second later.
+void TestDeviceBinding::unbindingIsConfirmedThenLogsOut()
+{
+    QVERIFY(bindAndConfirm());
     QElapsedTimer sinceRequest;
     qint64 waited = -1;
-    connect(&controller, &DeviceBindingController::sigLogout, this, [&] { waited = sinceRequest.elapsed(); });
+    connect(m_controller.get(), &DeviceBindingController::sigLogout, this, [&] { waited = sinceRequest.elapsed(); });
     const std::string unbind = R"({"header":{"content":"unbinding","requestId":"u-1"}})";
     sinceRequest.start();
     m_cloud->publish(topic(t::downstreamDelete, t::unbinding), unbind);
@@ -237,40 +349,65 @@ void TestDeviceBinding::bindGetReportAndUnbind()
     QTRY_COMPARE(m_cloud->on(confirm).size(), std::size_t(1));
     QCOMPARE(m_cloud->on(confirm).at(0).qos, 2);
     QCOMPARE(json(m_cloud->on(confirm).at(0).payload)["body"].toObject(), (QJsonObject{{"dummy", ""}}));
-    QCOMPARE(logCount(log, "unbinding reply: " + unbind), 1);
-    QTRY_VERIFY2(waited >= 500, QByteArray::number(waited)); // set once, when the logout comes
+    QCOMPARE(logCount(*m_log, "unbinding reply: " + unbind), 1);
+    // The promised half second, checked once; waited is set when the logout comes.
+    QTRY_VERIFY2(waited >= 500, QByteArray::number(waited));
+}
 
-    // Stopping ends the binding and the session; a clean disconnect leaves no offline will behind.
-    binding.stop();
-    QVERIFY(!controller.isBound());
+void TestDeviceBinding::unconfirmedUnbindingDoesNotLogOut()
+{
+    // The client exists but never reaches a broker, so the confirmation cannot be published.
+    configure(deadBrokerUrl());
+    QVERIFY(m_controller->startMqtt());
+    QSignalSpy logout(m_controller.get(), &DeviceBindingController::sigLogout);
+    const std::string unbind = R"({"header":{"content":"unbinding","requestId":"u-2"}})";
+    m_controller->slotHandleMsg(topic(t::downstreamDelete, t::unbinding), unbind);
+    QCOMPARE(logCount(*m_log, "unbinding reply: " + unbind), 1);
+    QCOMPARE(logCount(*m_log, "MQTT is disconnected!!!"), 1);
+    // Well past the half second a confirmed unbinding waits before its logout.
+    QVERIFY(!logout.wait(1500));
+}
+
+void TestDeviceBinding::cleanStopLeavesNoWill()
+{
+    QVERIFY(bindAndConfirm());
+    m_binding->stop();
+    QVERIFY(!m_controller->isBound());
     CloudClient late(m_broker.url()); // retained messages arrive at subscription, before the marker
     late.publish("orbicloud/marker/" + m_sn, "end");
     QTRY_COMPARE(late.on("orbicloud/marker/" + m_sn).size(), std::size_t(1));
-    QVERIFY(late.on(offline).empty());
+    QVERIFY(late.on(topic(t::upstreamReport, t::offline)).empty());
 }
 
-void TestDeviceBinding::failuresAreOnlyLogged()
+void TestDeviceBinding::refusedStartStillRunsTheSequence()
 {
-    LogCapture log;
     // A URI the library refuses outright: start fails, the sequence still runs to the end.
-    DeviceBindingController refused;
-    DeviceBinding refusedBinding(&refused);
-    configure(refused, QStringLiteral("nonsense://nowhere"));
-    QVERIFY(!refusedBinding.bind());
-    QCOMPARE(logCount(log, "start MQTT fail!"), 1);
-    QCOMPARE(logCount(log, "reportOnline error"), 1);
-    QCOMPARE(logCount(log, "reportBinding error"), 1);
+    configure(QStringLiteral("nonsense://nowhere"));
+    QVERIFY(!m_binding->bind());
+    QCOMPARE(logCount(*m_log, "start MQTT fail!"), 1);
+    QCOMPARE(logCount(*m_log, "reportOnline error"), 1);
+    QCOMPARE(logCount(*m_log, "reportBinding error"), 1);
+}
 
-    // A topic no handler was registered for is only logged.
+void TestDeviceBinding::strayTopicIsOnlyLogged()
+{
+    configure(deadBrokerUrl());
+    QVERIFY(m_controller->startMqtt());
+    // One byte past a registered topic is another topic.
     const std::string stray = topic(t::downstreamReply, t::binding) + "x";
-    refused.slotHandleMsg(stray, "{}");
-    QCOMPARE(logCount(log, "not found topic: " + stray), 1);
-    QVERIFY(!refused.isBound());
-    // A binding reply without a client still binds and says what could not be reported.
-    refused.handleBindingReplyMsg("{}");
-    QVERIFY(refused.isBound());
-    QCOMPARE(logCount(log, "reportOnline error"), 2);
-    QCOMPARE(logCount(log, "reportBasicInfo error"), 1);
+    m_controller->slotHandleMsg(stray, "{}");
+    QCOMPARE(logCount(*m_log, "not found topic: " + stray), 1);
+    QVERIFY(!m_controller->isBound());
+}
+
+void TestDeviceBinding::bindingReplyWithoutClientStillBinds()
+{
+    configure(QStringLiteral("nonsense://nowhere"));
+    QVERIFY(!m_controller->startMqtt());
+    m_controller->handleBindingReplyMsg("{}");
+    QVERIFY(m_controller->isBound());
+    QCOMPARE(logCount(*m_log, "reportOnline error"), 1);
+    QCOMPARE(logCount(*m_log, "reportBasicInfo error"), 1);
 }
 
 QTEST_GUILESS_MAIN(TestDeviceBinding)

@@ -6,7 +6,6 @@
 #include "cloudmaterial/devicebinding/devicetopics.h"
 #include "cloudmaterial/stdstringmetatype_p.h"
 
-#include <QNetworkInterface>
 #include <QtTest>
 
 using namespace talvor::cloudmaterial;
@@ -23,36 +22,90 @@ std::string written(T record, const char *content)
     return ss.str();
 }
 
+using Interfaces = std::vector<InterfaceFacts>;
+
+InterfaceFacts iface(bool valid, bool loopback, bool running, const char *mac, std::initializer_list<const char *> ips = {})
+{
+    InterfaceFacts facts{valid, loopback, running, QString::fromLatin1(mac), {}};
+    for (const char *ip : ips)
+        facts.addresses.emplace_back(QString::fromLatin1(ip));
+    return facts;
+}
+
 } // namespace
+
+Q_DECLARE_METATYPE(Interfaces)
 
 class TestDeviceInfo : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void macAndIpAddress();
+    void macAddress_data();
+    void macAddress();
+    void ipAddress_data();
+    void ipAddress();
     void diskRules_data();
     void diskRules();
-    void volumePercent();
+    void volumeScalar_data();
+    void volumeScalar();
+    void volumeRange_data();
+    void volumeRange();
     void topicsAndRecords_data();
     void topicsAndRecords();
 };
 
-void TestDeviceInfo::macAndIpAddress()
+void TestDeviceInfo::macAddress_data()
 {
-    // The first interface that is not the loopback, in upper case; the first running IPv4 address
-    // that is not 127.0.0.1, else 0.0.0.0.
-    QStringList macs, ips;
-    for (const QNetworkInterface &iface : QNetworkInterface::allInterfaces()) {
-        if (iface.isValid() && !(iface.flags() & QNetworkInterface::IsLoopBack))
-            macs << iface.hardwareAddress().toUpper();
-        for (const QNetworkAddressEntry &entry : iface.addressEntries())
-            if ((iface.flags() & QNetworkInterface::IsRunning) && entry.ip().protocol() == QAbstractSocket::IPv4Protocol
-                && entry.ip().toString() != "127.0.0.1")
-                ips << entry.ip().toString();
-    }
-    QCOMPARE(QString::fromStdString(localMacAddress()), macs.value(0)); // a null QString equals ""
-    QCOMPARE(QString::fromStdString(localIpAddress()), ips.value(0, QStringLiteral("0.0.0.0")));
+    QTest::addColumn<Interfaces>("interfaces");
+    QTest::addColumn<std::string>("expected");
+    // The first valid interface that is not the loopback, in upper case, running or not.
+    QTest::newRow("first after loopback") << Interfaces{iface(true, true, true, "00:00:00:00:00:00"),
+                                                        iface(true, false, false, "aa:bb:cc:dd:ee:0f"),
+                                                        iface(true, false, true, "11:22:33:44:55:66")}
+                                          << std::string("AA:BB:CC:DD:EE:0F");
+    QTest::newRow("invalid skipped") << Interfaces{iface(false, false, true, "de:ad:be:ef:00:01"),
+                                                   iface(true, false, true, "02:42:ac:11:00:02")}
+                                     << std::string("02:42:AC:11:00:02");
+    // Taken even without a hardware address (a tunnel): there is no second choice.
+    QTest::newRow("empty address kept") << Interfaces{iface(true, false, true, ""), iface(true, false, true, "02:42:ac:11:00:02")}
+                                        << std::string();
+    QTest::newRow("loopback only") << Interfaces{iface(true, true, true, "00:00:00:00:00:00")} << std::string();
+    QTest::newRow("none") << Interfaces{} << std::string();
+}
+
+void TestDeviceInfo::macAddress()
+{
+    QFETCH(Interfaces, interfaces);
+    QFETCH(std::string, expected);
+    QCOMPARE(macAddressFrom(interfaces), expected);
+}
+
+void TestDeviceInfo::ipAddress_data()
+{
+    QTest::addColumn<Interfaces>("interfaces");
+    QTest::addColumn<std::string>("expected");
+    // The first IPv4 address other than 127.0.0.1 of a running interface, in the listed order.
+    QTest::newRow("loopback only") << Interfaces{iface(true, true, true, "", {"127.0.0.1", "::1"})} << std::string("0.0.0.0");
+    QTest::newRow("none") << Interfaces{} << std::string("0.0.0.0");
+    QTest::newRow("ipv6 skipped") << Interfaces{iface(true, false, true, "aa", {"fe80::1", "10.0.0.7", "10.0.0.8"})}
+                                  << std::string("10.0.0.7");
+    QTest::newRow("not running skipped") << Interfaces{iface(true, false, false, "aa", {"192.168.1.2"}),
+                                                       iface(true, false, true, "bb", {"172.16.0.3"})}
+                                         << std::string("172.16.0.3");
+    // Only 127.0.0.1 is left out, not the rest of its network, and the flag does not count.
+    QTest::newRow("other loopback net") << Interfaces{iface(true, true, true, "", {"127.0.0.1", "127.0.1.1"})}
+                                        << std::string("127.0.1.1");
+    QTest::newRow("first interface wins") << Interfaces{iface(true, false, true, "aa", {"10.1.1.1"}),
+                                                        iface(true, false, true, "bb", {"1.2.3.4"})}
+                                          << std::string("10.1.1.1");
+}
+
+void TestDeviceInfo::ipAddress()
+{
+    QFETCH(Interfaces, interfaces);
+    QFETCH(std::string, expected);
+    QCOMPARE(ipAddressFrom(interfaces), expected);
 }
 
 void TestDeviceInfo::diskRules_data()
@@ -89,14 +142,45 @@ void TestDeviceInfo::diskRules()
     QCOMPARE(disks[0].used, std::int64_t((4LL << 40) - 1200));
 }
 
-void TestDeviceInfo::volumePercent()
+void TestDeviceInfo::volumeScalar_data()
 {
-    // Truncated, never rounded; an empty range is 0.
-    for (const auto &[scalar, percent] : {std::pair{0.0f, 0}, {0.5f, 50}, {0.999f, 99}, {0.015f, 1}, {1.0f, 100}})
-        QCOMPARE(volumeScalarToPercent(scalar), percent);
-    for (const auto &[min, max, value, percent] :
-         {std::tuple{0L, 65536L, 65535L, 99}, {0L, 87L, 87L, 100}, {-10L, 10L, 0L, 50}, {10L, 20L, 13L, 30}, {5L, 5L, 5L, 0}})
-        QCOMPARE(volumeRangeToPercent(min, max, value), percent);
+    QTest::addColumn<float>("scalar");
+    QTest::addColumn<int>("percent");
+    // Truncated, never rounded.
+    QTest::newRow("silent") << 0.0f << 0;
+    QTest::newRow("half") << 0.5f << 50;
+    QTest::newRow("almost full") << 0.999f << 99;
+    QTest::newRow("just above one") << 0.015f << 1;
+    QTest::newRow("full") << 1.0f << 100;
+}
+
+void TestDeviceInfo::volumeScalar()
+{
+    QFETCH(float, scalar);
+    QFETCH(int, percent);
+    QCOMPARE(volumeScalarToPercent(scalar), percent);
+}
+
+void TestDeviceInfo::volumeRange_data()
+{
+    QTest::addColumn<long>("min");
+    QTest::addColumn<long>("max");
+    QTest::addColumn<long>("value");
+    QTest::addColumn<int>("percent");
+    QTest::newRow("one step short") << 0L << 65536L << 65535L << 99;
+    QTest::newRow("top") << 0L << 87L << 87L << 100;
+    QTest::newRow("negative min") << -10L << 10L << 0L << 50;
+    QTest::newRow("offset") << 10L << 20L << 13L << 30;
+    QTest::newRow("empty range") << 5L << 5L << 5L << 0;
+}
+
+void TestDeviceInfo::volumeRange()
+{
+    QFETCH(long, min);
+    QFETCH(long, max);
+    QFETCH(long, value);
+    QFETCH(int, percent);
+    QCOMPARE(volumeRangeToPercent(min, max, value), percent);
 }
 
 void TestDeviceInfo::topicsAndRecords_data()

@@ -110,6 +110,8 @@ private Q_SLOTS:
     }
     void cleanup() { cloud.stop(); }
     void catalogue();
+    void unreadableCatalogue_data();
+    void unreadableCatalogue();
     void refreshSignalsOneChangeAtATime();
     void sessionRefreshLooksForNewMaterials();
     void download_data();
@@ -200,6 +202,40 @@ void TestMaterials::catalogue()
     QVERIFY(cloud.addFault({{"kind", "status"}, {"prefix", "/gateway"}, {"status", 502}, {"body", "<html>bad gateway</html>"}}));
     const MediaListResult broken = requestMediaList(*http, token, cloud.host().toStdString(), false);
     QVERIFY(broken.count == 0 && broken.media.empty());
+}
+
+void TestMaterials::unreadableCatalogue_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    // Each body holds one whole record before the fault, and the fault inside the second.
+    const QByteArray whole = R"({"mid":"m1","approvalStatus":"2","mediaName":"a.jpg","media_entity":{"width":"9","height":"9"}})";
+    const QByteArray head = R"({"http_code":200,"data":{"count":2,"mediaList":[)" + whole + ",";
+    QTest::newRow("cut inside a record") << head + R"({"mid":"m2","mediaName":"b.j)";
+    QTest::newRow("entity not an object") << head + R"({"mid":"m2","mediaName":"b.jpg","media_entity":[1]}]},"status":"success"})";
+    QTest::newRow("count after the list not a number")
+        << R"({"http_code":200,"data":{"mediaList":[)" + whole + R"(],"count":[2]},"status":"success"})";
+    QTest::newRow("garbage after a record") << head + R"(x]},"status":"success"})";
+}
+
+void TestMaterials::unreadableCatalogue()
+{
+    // A reply that breaks off part-way is no catalogue at all: what was read before the fault is dropped.
+    QFETCH(QByteArray, body);
+    QVERIFY(cloud.start(scenario({medium("real", "real.jpg")})));
+    const QJsonObject forced{{"Rest/Lite/Medias", QJsonObject{{"body", QString::fromUtf8(body)}}}};
+    QVERIFY(!cloud.control("POST", QStringLiteral("/control/gateway"), QJsonDocument(forced)).isNull());
+
+    const MediaListResult result = requestMediaList(*http, token, cloud.host().toStdString(), false);
+    QCOMPARE(result.count, 0);
+    QCOMPARE(result.media.size(), std::size_t(0));
+    QVERIFY(!result.answered);
+
+    auto controller = makeController();
+    QSignalSpy added(controller.get(), &CloudMaterialController::addMaterials);
+    refresh(controller);
+    QCOMPARE(added.count(), 0);
+    QVERIFY(controller->materials().empty());
+    QCOMPARE(catalogueRequests(cloud), 2);
 }
 
 void TestMaterials::refreshSignalsOneChangeAtATime()

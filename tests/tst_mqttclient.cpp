@@ -1,11 +1,17 @@
 // The MQTT client wrapper against a real mosquitto: subscriptions and their log lines, publishing
-// over TLS and its failures, the retained will of a killed client, reconnecting and the retry limit.
+// over TLS and its failures, a publish the broker never confirms, the retained will of a killed
+// client, the pause before a reconnect, reconnecting and the retry budget.
 
 #include "cloudmaterial/protocol/mqttclientwrapper.h"
 #include "support/logcapture.h"
+#include "support/modulelog.h"
 #include "support/mosquittofixture.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTest>
 #include <QThread>
@@ -16,6 +22,7 @@
 #include <mutex>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -75,6 +82,41 @@ bool mosquittoPub(int port, const QString &topic, const QString &payload)
     return pub.waitForFinished(10000) && pub.exitStatus() == QProcess::NormalExit && pub.exitCode() == 0;
 }
 
+// Holds a broker's process stopped (SIGSTOP) while it lives: connections stay open, nothing is answered.
+class FrozenBroker
+{
+public:
+    explicit FrozenBroker(const Mosquitto &broker)
+    {
+        // The broker was started with the config file beside its log; that path is unique to it.
+        const QByteArray config = QFileInfo(broker.logFile()).dir().filePath(QStringLiteral("mosquitto.conf")).toLocal8Bit();
+        const auto entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        for (const QString &entry : entries) {
+            bool numeric = false;
+            const pid_t candidate = entry.toInt(&numeric);
+            QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(entry));
+            if (numeric && cmdline.open(QIODevice::ReadOnly) && cmdline.readAll().split('\0').contains(config)) {
+                m_pid = candidate;
+                break;
+            }
+        }
+        m_frozen = m_pid > 0 && ::kill(m_pid, SIGSTOP) == 0;
+    }
+    ~FrozenBroker()
+    {
+        if (m_frozen)
+            ::kill(m_pid, SIGCONT);
+    }
+    FrozenBroker(const FrozenBroker &) = delete;
+    FrozenBroker &operator=(const FrozenBroker &) = delete;
+
+    bool isFrozen() const { return m_frozen; }
+
+private:
+    pid_t m_pid = 0;
+    bool m_frozen = false;
+};
+
 // The will test's client: connects with a will, says so, then dies without a DISCONNECT.
 int runWillClient(const std::string &url, const std::string &topic)
 {
@@ -100,8 +142,11 @@ private Q_SLOTS:
     void initTestCase() { QVERIFY(broker.start()); }
     void subscribesInTopicOrderAndReceives();
     void publishAndItsFailures();
+    void publishThatIsNeverConfirmed();
     void willIsRetainedWhenTheClientDies();
+    void reconnectWaitsAfterALoss();
     void reconnectsUpToTheRetryLimit();
+    void connectingDoesNotRefillTheRetryBudget();
 
 private:
     Mosquitto broker;
@@ -193,6 +238,30 @@ void TestMqttClient::publishAndItsFailures()
     QCOMPARE(log.lines().at(1).level, spdlog::level::err);
 }
 
+void TestMqttClient::publishThatIsNeverConfirmed()
+{
+    Mosquitto stalling;
+    QVERIFY(stalling.start());
+    MqttClientWrapper client(stalling.url().toStdString(), "stalled");
+    client.setWaitTimeoutSeconds(1);
+    QVERIFY(client.start());
+    QTRY_VERIFY(client.is_connected());
+    LogCapture log;
+    bool published = true;
+    {
+        // Still connected as far as the client knows, but no PUBACK ever comes within the wait.
+        FrozenBroker frozen(stalling);
+        QVERIFY(frozen.isFrozen());
+        published = client.publish("out/stalled", "late", 1);
+    }
+    QVERIFY(!published);
+    QCOMPARE(ModuleLog::count(log, spdlog::level::err, "public msg error, topic: out/stalled, msg: late, qos:1",
+                              "mqttclientwrapper:publish"),
+             1);
+    QCOMPARE(log.lines().size(), std::size_t(1));
+    client.stop();
+}
+
 void TestMqttClient::willIsRetainedWhenTheClientDies()
 {
     const QString topic = QStringLiteral("devices/will-client/state");
@@ -253,6 +322,66 @@ void TestMqttClient::reconnectsUpToTheRetryLimit()
     const int lostAt = indexOf(texts, "Connection lost");
     // Two clients lost their connection at once: their lines may interleave.
     QVERIFY(lostAt >= 0 && indexOf(texts, "Reconnecting...", lostAt) > lostAt);
+}
+
+void TestMqttClient::reconnectWaitsAfterALoss()
+{
+    // The promised 2.5 s from the loss to the next attempt, once, with a generous margin; the
+    // broker stays down, so the attempt fails at once and its failure marks when it was made.
+    Mosquitto dropping;
+    QVERIFY(dropping.start());
+    QElapsedTimer clock;
+    clock.start();
+    std::atomic<qint64> lostAt{-1}, failedAt{-1};
+    MqttClientWrapper client(dropping.url().toStdString(), "pausing");
+    client.setMaxRetries(10000);
+    client.setConnectionLostHandler([&] { lostAt = clock.elapsed(); });
+    client.setFailureHandler([&] {
+        qint64 none = -1;
+        failedAt.compare_exchange_strong(none, clock.elapsed());
+    });
+    QVERIFY(client.start());
+    QTRY_VERIFY(client.is_connected());
+    QVERIFY(dropping.stop());
+    QTRY_VERIFY_WITH_TIMEOUT(failedAt.load() >= 0, 20000);
+    const qint64 pause = failedAt.load() - lostAt.load();
+    QVERIFY2(lostAt.load() >= 0 && pause >= 2450 && pause < 6000, QByteArray::number(pause));
+    client.stop();
+}
+
+void TestMqttClient::connectingDoesNotRefillTheRetryBudget()
+{
+    // A limit of 7 allows 7 - 5 = 2 retried failures over the life of one start(), however many
+    // times the client connects in between. A patient client beside it shares every loss and
+    // retries on the same 2.5 s rhythm, so it tells how long to watch.
+    Mosquitto flaky;
+    QVERIFY(flaky.start());
+    std::atomic<int> limitedFailures{0}, patientFailures{0};
+    MqttClientWrapper limited(flaky.url().toStdString(), "budget-7");
+    limited.setMaxRetries(7);
+    limited.setFailureHandler([&] { ++limitedFailures; });
+    MqttClientWrapper patient(flaky.url().toStdString(), "budget-10000");
+    patient.setMaxRetries(10000);
+    patient.setFailureHandler([&] { ++patientFailures; });
+    QVERIFY(limited.start());
+    QVERIFY(patient.start());
+    QTRY_VERIFY(limited.is_connected() && patient.is_connected());
+
+    // First loss: one failed attempt, retried 2.5 s later against the broker that is back by then.
+    QVERIFY(flaky.stop());
+    QTRY_VERIFY_WITH_TIMEOUT(limitedFailures.load() == 1, 20000);
+    QVERIFY(flaky.restart());
+    QTRY_VERIFY_WITH_TIMEOUT(limited.is_connected() && patient.is_connected(), 20000);
+    QCOMPARE(limitedFailures.load(), 1);
+
+    // Second loss: one retry is left, so two more failures and then no attempt. Had the
+    // connection refilled the budget, a third would come 2.5 s before the patient's fourth.
+    const int patientBefore = patientFailures.load();
+    QVERIFY(flaky.stop());
+    QTRY_VERIFY_WITH_TIMEOUT(patientFailures.load() - patientBefore >= 4, 40000);
+    QCOMPARE(limitedFailures.load(), 3);
+    limited.stop();
+    patient.stop();
 }
 
 int main(int argc, char *argv[])

@@ -1,6 +1,9 @@
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
 
+#include "cloudmaterial/logging.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
+
+#include <exception>
 
 namespace talvor::cloudmaterial {
 
@@ -21,7 +24,13 @@ MediaListResult requestMediaList(HttpClientWrapper &http, const std::string &tok
     const HttpReply reply = http.get(url, headers, logReply);
 
     MediaListReply parsed;
-    ajson::load_from_buff_nothrow(parsed, reply.body.c_str(), reply.body.size());
+    try {
+        ajson::load_from_buff(parsed, reply.body.c_str(), reply.body.size());
+    } catch (const std::exception &e) {
+        // The records read before the fault may be half-filled: none of them is a material.
+        RXCM_LOG_WARN("catalogue reply unreadable: {}", e.what());
+        return {};
+    }
     return {parsed.data.count, std::move(parsed.data.mediaList), reply.ok};
 }
 

@@ -19,33 +19,61 @@
 
 namespace talvor::cloudmaterial {
 
-std::string localMacAddress()
+namespace {
+
+std::vector<InterfaceFacts> interfaceFacts()
 {
+    std::vector<InterfaceFacts> facts;
     const auto interfaces = QNetworkInterface::allInterfaces();
     for (const QNetworkInterface &iface : interfaces) {
-        if (!iface.isValid() || iface.flags().testFlag(QNetworkInterface::IsLoopBack))
+        InterfaceFacts f;
+        f.valid = iface.isValid();
+        f.loopback = iface.flags().testFlag(QNetworkInterface::IsLoopBack);
+        f.running = iface.flags().testFlag(QNetworkInterface::IsRunning);
+        f.hardwareAddress = iface.hardwareAddress();
+        const auto entries = iface.addressEntries();
+        for (const QNetworkAddressEntry &entry : entries)
+            f.addresses.push_back(entry.ip());
+        facts.push_back(std::move(f));
+    }
+    return facts;
+}
+
+} // namespace
+
+std::string macAddressFrom(const std::vector<InterfaceFacts> &interfaces)
+{
+    for (const InterfaceFacts &iface : interfaces) {
+        if (!iface.valid || iface.loopback)
             continue;
-        return iface.hardwareAddress().toUpper().toStdString();
+        return iface.hardwareAddress.toUpper().toStdString();
     }
     return {};
 }
 
-std::string localIpAddress()
+std::string ipAddressFrom(const std::vector<InterfaceFacts> &interfaces)
 {
     const QHostAddress loopback(QHostAddress::LocalHost);
-    const auto interfaces = QNetworkInterface::allInterfaces();
-    for (const QNetworkInterface &iface : interfaces) {
-        if (!iface.flags().testFlag(QNetworkInterface::IsRunning))
+    for (const InterfaceFacts &iface : interfaces) {
+        if (!iface.running)
             continue;
-        const auto entries = iface.addressEntries();
-        for (const QNetworkAddressEntry &entry : entries) {
-            const QHostAddress ip = entry.ip();
+        for (const QHostAddress &ip : iface.addresses) {
             // The first hit is the answer; there is no ranking between interfaces.
             if (ip.protocol() == QAbstractSocket::IPv4Protocol && ip != loopback)
                 return ip.toString().toStdString();
         }
     }
     return "0.0.0.0";
+}
+
+std::string localMacAddress()
+{
+    return macAddressFrom(interfaceFacts());
+}
+
+std::string localIpAddress()
+{
+    return ipAddressFrom(interfaceFacts());
 }
 
 std::vector<DiskJson> diskListFrom(const std::vector<VolumeFacts> &volumes)

@@ -4,6 +4,7 @@
 #include "cloudmaterial/devicebinding/devicemessagejson.h"
 
 #include <QByteArray>
+#include <QHostAddress>
 #include <QString>
 
 #include <cstdint>
@@ -23,6 +24,22 @@ std::vector<DiskJson> diskList();
 
 /** Master output volume in percent; throws std::runtime_error naming the step that failed. */
 std::int32_t systemVolume();
+
+/** What the MAC and address rules need to know of one network interface. */
+struct InterfaceFacts
+{
+    bool valid = false;
+    bool loopback = false;
+    bool running = false;
+    QString hardwareAddress;
+    std::vector<QHostAddress> addresses;
+};
+
+/** Applies the MAC address rule to the given interfaces, in their order. */
+std::string macAddressFrom(const std::vector<InterfaceFacts> &interfaces);
+
+/** Applies the local address rule to the given interfaces, in their order. */
+std::string ipAddressFrom(const std::vector<InterfaceFacts> &interfaces);
 
 /** What diskList() needs to know of one mounted volume (kept apart so the rules can be fed). */
 struct VolumeFacts

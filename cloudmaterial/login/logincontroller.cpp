@@ -15,6 +15,7 @@
 #include <QDateTime>
 #include <QLoggingCategory>
 #include <QPointer>
+#include <QWebEngineView>
 
 #include <exception>
 #include <string_view>
@@ -161,6 +162,7 @@ public:
     int phoneLogin(const LoginInfo &info);
     void keepLogin(const PhoneLoginResInfo &reply, LoginMode mode, const LoginInfo &info);
     void writeSession() const;
+    void askSliderAgain(VerifyCodeSlider::Place place);
     int checkSecondFactorCode(const SecondVerifyCodeInfo &info);
     int sendDeviceCredit(const SecondVerifyCodeInfo &info);
     void connectDialogs();
@@ -282,6 +284,14 @@ void LoginController::Private::writeSession() const
     ConfigStore::instance().setTokenInfo(session);
 }
 
+// The cloud takes a slider result once, so the next request needs the slider solved again;
+// the dialog sees the reload and asks for it.
+void LoginController::Private::askSliderAgain(VerifyCodeSlider::Place place)
+{
+    if (slider && (place != VerifyCodeSlider::TrustDevice ? bool(loginDialog) : bool(verifyDialog)))
+        slider->view(place)->reload();
+}
+
 int LoginController::Private::checkSecondFactorCode(const SecondVerifyCodeInfo &info)
 {
     SecondVerifyCodeRequest request;
@@ -352,6 +362,7 @@ void LoginController::Private::connectDialogs()
     });
     QObject::connect(loginDialog, &LoginDlalog::sigGetCode, q, [this](const AliVerifyCodeInfo &info) {
         const bool accepted = q->requestVerifyCode(info);
+        askSliderAgain(VerifyCodeSlider::CodeLogin);
         // The address field carries a phone number or an e-mail address.
         if (info.phone.find('@') == std::string::npos)
             phone = info.phone;
@@ -360,8 +371,13 @@ void LoginController::Private::connectDialogs()
         return accepted ? 1 : 0;
     });
     QObject::connect(loginDialog, &LoginDlalog::sigUpdateSeverSelect, q, &LoginController::selectNode);
-    QObject::connect(verifyDialog, &LoginVerify::sigGetVerifyCode, q, [this](const AliVerifyCodeInfo &info) {
-        return q->requestVerifyCode(info) ? 1 : 0;
+    QObject::connect(verifyDialog, &LoginVerify::sigGetVerifyCode, q, [this](AliVerifyCodeInfo info) {
+        // The dialog knows only the address; a phone's country code is the account's.
+        if (info.type == "MOBILE_PHONE" && info.parameter.empty())
+            info.parameter = countryCode;
+        const bool accepted = q->requestVerifyCode(info);
+        askSliderAgain(VerifyCodeSlider::TrustDevice);
+        return accepted ? 1 : 0;
     });
     QObject::connect(verifyDialog, &LoginVerify::sigLogin, q, [this](const SecondVerifyCodeInfo &info) {
         const int result = q->secondLogin(info);
@@ -602,8 +618,11 @@ int LoginController::handleLogin(const LoginInfo &info)
 {
     bool secondFactor = false;
     const int result = login(info, &secondFactor);
-    if (result != Success)
+    if (result != Success) {
+        if (!info.sessionId.empty() && info.mobilePhone.empty() && info.email.empty())
+            d->askSliderAgain(VerifyCodeSlider::AccountLogin);
         return result;
+    }
 
     ConfigStore &store = ConfigStore::instance();
     ConfigJson config = store.config();
