@@ -10,7 +10,6 @@
 
 #include "support/testrsa.h"
 
-#include <hvtheme/theme.h>
 
 #include <QtTest>
 
@@ -20,7 +19,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QSettings>
 #include <QWebEngineView>
 
 #include <map>
@@ -114,7 +112,6 @@ private Q_SLOTS:
     void verifyShowsContact();
     void verifyCountdownResetAndConfirm();
     void verifyCodeRequestRefused();
-    void screenshots();
 
 private:
     // page: 0 the account login, 1 the code login by phone, 2 by e-mail. With @p node the
@@ -124,7 +121,6 @@ private:
     void checkOnlyTipShown(const char *label, const QString &text = {});
     // Delivers a slider result as the page of @p place does, once that page has loaded.
     void passSlider(VerifyCodeSlider::Place place, const char *sessionId, const char *sig, const char *token);
-    void saveScreenshot(QWidget *widget, VerifyCodeSlider::Place place, const char *name);
 
     QTemporaryDir configDir;
     std::unique_ptr<VerifyCodeSlider> slider;
@@ -615,33 +611,6 @@ void TestLoginDialogs::verifyCodeRequestRefused()
     QCOMPARE(codeCalls, 2);
     QVERIFY(!error->isVisible() && dialog->isCountingDown());
     QCOMPARE(button->text(), QStringLiteral("获取验证码(60s)"));
-}
-
-void TestLoginDialogs::saveScreenshot(QWidget *widget, VerifyCodeSlider::Place place, const char *name)
-{
-    QTRY_VERIFY_WITH_TIMEOUT(loaded.at(place)->count() > 0, 30000);
-    // Gives the page the chance to paint before the picture; not an assertion.
-    (void)QTest::qWaitFor([&] {
-        const QImage i = slider->view(place)->grab().toImage();
-        return i.pixel(i.width() / 2, i.height() / 2) != i.pixel(1, 1);
-    }, 3000);
-    const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/../screenshots");
-    QDir().mkpath(folder);
-    QVERIFY(widget->grab().save(folder + QLatin1Char('/') + QLatin1String(name) + QStringLiteral(".png")));
-}
-
-void TestLoginDialogs::screenshots()
-{
-    // As the module shows them: with the theme's style sheets.
-    QSettings theme(QStringLiteral(":/cloudmaterialtheme/cloudmaterial.theme"), QSettings::IniFormat);
-    HV::Theme::readSettings(theme);
-    const QString folder = QStringLiteral(":/cloudmaterialtheme/stylesheet");
-    showLogin()->setStyleSheet(HV::readStyleSheet(folder, QStringLiteral("loginwidget.qss")));
-    saveScreenshot(login.get(), VerifyCodeSlider::AccountLogin, "logindlalog-account");
-    login.reset(); // it shares the slider that the next dialog replaces
-    showVerify()->setStyleSheet(HV::readStyleSheet(folder, QStringLiteral("loginverify.qss")));
-    verify->setPhone(QStringLiteral("15612341762"));
-    saveScreenshot(verify.get(), VerifyCodeSlider::TrustDevice, "loginverify");
 }
 
 int main(int argc, char *argv[])

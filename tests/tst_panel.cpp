@@ -17,7 +17,6 @@
 
 #include "support/cloudsimfixture.h"
 
-#include <hvtheme/theme.h>
 
 #include <QtTest>
 
@@ -27,9 +26,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QMimeData>
-#include <QPainter>
 #include <QPushButton>
-#include <QSettings>
 #include <QStackedWidget>
 
 #include <mutex>
@@ -180,42 +177,6 @@ QColor centre(QWidget *widget, const QRect &area)
     return widget->grab(area).toImage().pixelColor(area.width() / 2, area.height() / 2);
 }
 
-void applyTheme(QWidget *panel)
-{
-    QSettings settings(QStringLiteral(":/cloudmaterialtheme/cloudmaterial.theme"), QSettings::IniFormat);
-    HV::Theme::readSettings(settings);
-    panel->setStyleSheet(
-        HV::readStyleSheet(QStringLiteral(":/cloudmaterialtheme/stylesheet"), QStringLiteral("cloudmateriallistwidget.qss")));
-}
-
-// A picture that looks like a photograph in a screenshot: a sky and a sun.
-QString paintPicture(const QString &folder, const char *name, const QColor &sky)
-{
-    QImage image(192, 108, QImage::Format_RGB32);
-    QPainter painter(&image);
-    QLinearGradient gradient(0, 0, 0, image.height());
-    gradient.setColorAt(0, sky.lighter(130));
-    gradient.setColorAt(1, sky.darker(200));
-    painter.fillRect(image.rect(), gradient);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(255, 226, 160));
-    painter.drawEllipse(QPointF(140, 38), 14, 14);
-    painter.end();
-    const QString path = folder + QLatin1Char('/') + QLatin1String(name) + QStringLiteral(".png");
-    return image.save(path) ? path : QString();
-}
-
-void saveScreenshot(QWidget *widget, const QString &name)
-{
-    for (int i = 0; i < 4; ++i)
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
-    const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/../screenshots");
-    QDir().mkpath(folder);
-    const QString path = folder + QLatin1Char('/') + name + QStringLiteral(".png");
-    QVERIFY2(widget->grab().save(path), qPrintable(path));
-    qInfo() << "screenshot" << QDir::cleanPath(path);
-}
-
 } // namespace
 
 class TestPanel : public QObject
@@ -243,7 +204,6 @@ private Q_SLOTS:
     void loggedOutHint();
     void keys_data();
     void keys();
-    void screenshots();
 
 private:
     std::shared_ptr<CloudMaterialController> controller;
@@ -781,36 +741,6 @@ void TestPanel::keys()
         QCOMPARE(search->text(), QString()); // the field took the key
     if (expected == QLatin1String("next"))
         QVERIFY(view->currentIndex().row() == 1 && panel->selectedIds() == std::vector<std::string>{"k2"});
-}
-
-// One screenshot per view, for review.
-void TestPanel::screenshots()
-{
-    controller->setToken(token);
-    panel->setCatalogueState(controller->catalogueState());
-    panel->addMaterials({material("s1", "harbour-sunrise.jpg", 0, 3481221, Approved, Successed),
-                         material("s2", "spring-campaign.mp4", 1, 734003200, Approved, Downloading),
-                         material("s3", "lobby-loop.mp4", 1, 2254857830, Approved, Allowed),
-                         material("s5", "menu-board.pdf", 3, 1250000, PendingApproval, NotAllowed),
-                         material("s7", "brand-guide.pdf", 3, 8800000, Reject, NotAllowed),
-                         material("s8", "city-night.jpg", 0, 5120000, Approved, Successed)});
-    panel->onMaterialDownloadProgress("s2", 420, 1000);
-    // Pictures and videos with thumbnails; the rest keep their stand-ins.
-    QTemporaryDir thumbnails;
-    const std::pair<const char *, QColor> pictures[] = {
-        {"s1", QColor(0xf0, 0x9a, 0x5c)}, {"s2", QColor(0x5c, 0xa8, 0xd8)}, {"s3", QColor(0x8a, 0x7c, 0xc8)}, {"s8", QColor(0x1c, 0x2a, 0x4a)}};
-    for (const auto &[mid, sky] : pictures)
-        panel->onMaterialThumbnailReady(mid, paintPicture(thumbnails.path(), mid, sky).toStdString());
-    applyTheme(panel.get());
-    panel->resize(760, 420);
-    QVERIFY(activate(panel.get()));
-    panel->listView()->itemById(QStringLiteral("s8"))->setSelected(true);
-    saveScreenshot(panel.get(), QStringLiteral("panel-list"));
-    // As a keyboard user sees the table: it has the focus, a downloaded material is selected.
-    panel->bottomWidget()->setTreeMode(true);
-    panel->treeView()->setFocus();
-    panel->treeView()->setCurrentItem(panel->treeView()->itemById(QStringLiteral("s1")));
-    saveScreenshot(panel.get(), QStringLiteral("panel-tree"));
 }
 
 QTEST_MAIN(TestPanel)
