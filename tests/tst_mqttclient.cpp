@@ -30,21 +30,6 @@ using talvor::cloudmaterial::MqttClientWrapper;
 
 namespace {
 
-// The log texts without the location suffix the module's logger adds.
-std::vector<std::string> messages(const LogCapture &log)
-{
-    std::vector<std::string> texts;
-    for (const auto &line : log.lines())
-        texts.push_back(line.text.substr(0, line.text.find(" \n //")));
-    return texts;
-}
-
-int count(const LogCapture &log, const std::string &text)
-{
-    const auto texts = messages(log);
-    return int(std::count(texts.begin(), texts.end(), text));
-}
-
 // Index of the first text equal to @p text at or after @p from, or -1.
 int indexOf(const std::vector<std::string> &texts, const std::string &text, int from = 0)
 {
@@ -176,9 +161,9 @@ void TestMqttClient::subscribesInTopicOrderAndReceives()
     client.setConnectedHandler([&] { ++connectedCalls; });
     client.setMessageHandler({}); // an empty handler leaves the one set before
     QVERIFY(client.start());
-    QTRY_COMPARE(count(log, "Subscription success"), 3);
+    QTRY_COMPARE(log.count("Subscription success"), 3);
     QTRY_COMPARE(connectedCalls.load(), 1);
-    const auto texts = messages(log);
+    const auto texts = log.messages();
     int at = 0;
     for (const char *line : {"Connecting to the MQTT server...", "Connection success",
                              "Subscribing to topic 'rx/alpha', using QoS 1", "Subscribing to topic 'rx/mid/#', using QoS 0",
@@ -190,7 +175,7 @@ void TestMqttClient::subscribesInTopicOrderAndReceives()
     for (const char *topic : {"rx/alpha", "rx/mid/deep", "rx/other", "rx/zeta"})
         QVERIFY(mosquittoPub(broker.port(), QString::fromLatin1(topic), QStringLiteral("m")));
     QTRY_COMPARE(receivedSorted(), (std::vector<std::string>{"rx/alpha m", "rx/mid/deep m", "rx/zeta m"}));
-    const auto after = messages(log);
+    const auto after = log.messages();
     const int arrived = indexOf(after, "Message arrived");
     QVERIFY(arrived >= 0 && arrived + 2 < int(after.size()));
     QCOMPARE(std::vector<std::string>(after.begin() + arrived + 1, after.begin() + arrived + 3),
@@ -199,7 +184,7 @@ void TestMqttClient::subscribesInTopicOrderAndReceives()
     log.clear();
     client.stop();
     QVERIFY(!client.is_connected());
-    QCOMPARE(messages(log), (std::vector<std::string>{"Disconnecting from the MQTT server...", "OK"}));
+    QCOMPARE(log.messages(), (std::vector<std::string>{"Disconnecting from the MQTT server...", "OK"}));
 }
 
 void TestMqttClient::publishAndItsFailures()
@@ -214,7 +199,7 @@ void TestMqttClient::publishAndItsFailures()
     client.setWaitTimeoutSeconds(5);
     // Before the connection: refused and said, and nothing is queued in the library.
     QVERIFY(!client.publish("out/early", "never sent", 1));
-    QCOMPARE(messages(log), std::vector<std::string>{"MQTT is disconnected!!!"});
+    QCOMPARE(log.messages(), std::vector<std::string>{"MQTT is disconnected!!!"});
     QVERIFY(client.start());
     QTRY_VERIFY(client.is_connected());
     for (int qos : {0, 1, 2})
@@ -224,7 +209,7 @@ void TestMqttClient::publishAndItsFailures()
     // QoS 3 does not exist; the library refuses it and no exception may escape.
     log.clear();
     QVERIFY(!client.publish("out/bad", "body", 3));
-    QCOMPARE(messages(log), std::vector<std::string>{"public msg error, topic: out/bad, msg: body, qos:3"});
+    QCOMPARE(log.messages(), std::vector<std::string>{"public msg error, topic: out/bad, msg: body, qos:3"});
     QCOMPARE(log.lines().at(0).level, spdlog::level::err);
     client.stop();
 
@@ -232,7 +217,7 @@ void TestMqttClient::publishAndItsFailures()
     log.clear();
     MqttClientWrapper idle(broker.url().toStdString(), "never-started");
     idle.stop();
-    const auto texts = messages(log);
+    const auto texts = log.messages();
     QCOMPARE(texts.size(), size_t(2));
     QVERIFY(texts[0] == "Disconnecting from the MQTT server..." && texts[1].rfind("stop exception: ", 0) == 0);
     QCOMPARE(log.lines().at(1).level, spdlog::level::err);
@@ -299,7 +284,7 @@ void TestMqttClient::reconnectsUpToTheRetryLimit()
     QVERIFY(patient.start());
     QVERIFY(limited.start());
     QTRY_VERIFY(limited.is_connected());
-    QTRY_COMPARE(count(log, "Subscription success"), 2);
+    QTRY_COMPARE(log.count("Subscription success"), 2);
 
     log.clear();
     QVERIFY(restarting.stop());
@@ -308,17 +293,17 @@ void TestMqttClient::reconnectsUpToTheRetryLimit()
     // client has failed three times the limited one would have retried too: the limit of 10000 is
     // in force, -3 was ignored, and the default client gave up.
     QTRY_VERIFY_WITH_TIMEOUT(patientFailures.load() >= 3, 30000);
-    QVERIFY(count(log, "Connection attempt failed") >= 3);
+    QVERIFY(log.count("Connection attempt failed") >= 3);
     QCOMPARE(limitedFailures.load(), 1);
     QVERIFY(restarting.restart());
     QTRY_VERIFY_WITH_TIMEOUT(patient.is_connected(), 30000);
-    QTRY_COMPARE(count(log, "Subscription success"), 2);
+    QTRY_COMPARE(log.count("Subscription success"), 2);
     QTRY_COMPARE(connectedCalls.load(), 2);
     QVERIFY(!limited.is_connected());
     // The new socket sends small packets at once: a get's reply must not wait for a delayed ACK.
     QCOMPARE(socketsToPort(restarting.port()), std::make_pair(1, 1));
 
-    const auto texts = messages(log);
+    const auto texts = log.messages();
     const int lostAt = indexOf(texts, "Connection lost");
     // Two clients lost their connection at once: their lines may interleave.
     QVERIFY(lostAt >= 0 && indexOf(texts, "Reconnecting...", lostAt) > lostAt);

@@ -59,6 +59,20 @@ std::vector<LogCapture::Line> LogCapture::linesStartingWith(const std::string &p
     return result;
 }
 
+std::vector<std::string> LogCapture::messages() const
+{
+    std::vector<std::string> texts;
+    for (const Line &line : m_sink->copy())
+        texts.push_back(line.text.substr(0, line.text.find(" \n //")));
+    return texts;
+}
+
+int LogCapture::count(const std::string &message) const
+{
+    const std::vector<std::string> texts = messages();
+    return int(std::count(texts.begin(), texts.end(), message));
+}
+
 void LogCapture::clear()
 {
     m_sink->reset();

@@ -29,6 +29,10 @@ public:
     std::vector<Line> lines() const;
     /** The lines whose text starts with @p prefix. */
     std::vector<Line> linesStartingWith(const std::string &prefix) const;
+    /** Every line's text without the location suffix (" \n //<file>:...") the module adds. */
+    std::vector<std::string> messages() const;
+    /** How many lines say exactly @p message, location suffix aside. */
+    int count(const std::string &message) const;
     void clear();
 
 private:
