@@ -26,17 +26,22 @@ private Q_SLOTS:
     {
         QVERIFY(m_sim.start(R"({"files":[{"name":"a.bin","size":64}]})"));
         m_pool = std::make_shared<WorkerPool>();
-        m_client = std::make_unique<HttpClientWrapper>(m_pool);
     }
 
     void cleanupTestCase()
     {
-        m_client.reset(); // its managers first: one of them lives on the pool's thread
         m_pool.reset();
         m_sim.stop();
     }
 
-    void cleanup() { QVERIFY(m_sim.clearFaults() && m_sim.clearRequests()); }
+    // A client of its own for each test: one of them shuts its client down.
+    void init() { m_client = std::make_unique<HttpClientWrapper>(m_pool); }
+
+    void cleanup()
+    {
+        m_client.reset(); // its managers first: one of them lives on the pool's thread
+        QVERIFY(m_sim.clearFaults() && m_sim.clearRequests());
+    }
 
     void replies_data()
     {
@@ -156,7 +161,7 @@ private Q_SLOTS:
     }
 
     // Teardown at exit: a worker's call waiting on a silent server ends at once, not at its
-    // time-out, and nothing is sent afterwards. Last: it leaves the client shut.
+    // time-out, and nothing is sent afterwards.
     void shutdownEndsCallsInFlight()
     {
         QVERIFY(m_sim.addFault({{"kind", "hang"}, {"prefix", "/hang/"}}));
