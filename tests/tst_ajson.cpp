@@ -156,6 +156,7 @@ private Q_SLOTS:
         QCOMPARE(error.isEmpty() ? describe(p) : describe(p) + '|' + error, expected);
     }
 
+    void escapeOnWrite_data();
     void escapeOnWrite();
 
     void writer()
@@ -203,21 +204,32 @@ private Q_SLOTS:
         QCOMPARE(errorOf(loose, R"({"size":[1]})", 12), expectedError(0, 9, "not a valid string."));
     }
 
+    void doubles_data()
+    {
+        QTest::addColumn<double>("value");
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("0.1") << 0.1 << QByteArray("0.1");
+        QTest::newRow("a third") << 1.0 / 3.0 << QByteArray("0.3333333333333333");
+        QTest::newRow("2^64") << 18446744073709551616.0 << QByteArray("18446744073709551616");
+        QTest::newRow("max") << std::numeric_limits<double>::max() << QByteArray("1.7976931348623157e+308");
+        QTest::newRow("denormal") << std::numeric_limits<double>::denorm_min() << QByteArray("5e-324");
+        QTest::newRow("negative zero") << -0.0 << QByteArray("-0");
+        QTest::newRow("-inf") << -std::numeric_limits<double>::infinity() << QByteArray("\"-inf\"");
+        QTest::newRow("nan") << std::numeric_limits<double>::quiet_NaN() << QByteArray("\"nan\"");
+    }
+
     void doubles()
     {
-        const std::pair<double, const char *> rows[] = {
-            {0.1, "0.1"}, {1.0 / 3.0, "0.3333333333333333"}, {18446744073709551616.0, "18446744073709551616"},
-            {std::numeric_limits<double>::max(), "1.7976931348623157e+308"}, {std::numeric_limits<double>::denorm_min(), "5e-324"},
-            {-0.0, "-0"}, {-std::numeric_limits<double>::infinity(), "\"-inf\""}, {std::numeric_limits<double>::quiet_NaN(), "\"nan\""}};
-        for (const auto &[value, text] : rows) {
-            probe::Probe p, back;
-            p.d = value;
-            const QByteArray out = QByteArray::fromStdString(written(p));
-            QVERIFY2(out.contains(",\"d\":" + QByteArray(text) + ",\"child\""), out.constData());
-            back.d = 12345.0;
-            ajson::load_from_buff(back, out.constData());
-            QVERIFY2(std::isnan(value) ? std::isnan(back.d) : std::memcmp(&back.d, &value, sizeof value) == 0, text);
-        }
+        QFETCH(double, value);
+        QFETCH(QByteArray, text);
+        probe::Probe p, back;
+        p.d = value;
+        const QByteArray out = QByteArray::fromStdString(written(p));
+        QVERIFY2(out.contains(",\"d\":" + text + ",\"child\""), out.constData());
+        back.d = 12345.0;
+        ajson::load_from_buff(back, out.constData());
+        // Bit for bit: the sign of zero counts.
+        QVERIFY(std::isnan(value) ? std::isnan(back.d) : std::memcmp(&back.d, &value, sizeof value) == 0);
     }
 
     void files()
@@ -425,25 +437,39 @@ void TestAjson::reading_data()
     err("100000 nested objects", "{\"x\":" + QByteArray("{\"a\":").repeated(100000), 0, 5 + 999 * 5 + 1, invalid);
 }
 
+void TestAjson::escapeOnWrite_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<QByteArray>("readBack");
+    QTest::newRow("plain") << QByteArray("a b~/'") << QByteArray(R"("a b~/'")") << QByteArray("a b~/'");
+    QTest::newRow("two bytes") << QByteArray("\xC3\xA9") << QByteArray(R"("\u00E9")") << QByteArray("\xC3\xA9");
+    // Above U+FFFF the two groups hold the upper and the lower 16 bits, and read back as two separate characters.
+    QTest::newRow("four bytes") << QByteArray("\xF0\x9F\x98\x80") << QByteArray(R"("\u0001\uF600")")
+                                << QByteArray("\x01\xEF\x98\x80");
+    QTest::newRow("controls") << QByteArray("\b\t\n\f\r\x01\x1F\x7F") << QByteArray(R"("\b\t\n\f\r\u0001\u001F\u007F")")
+                              << QByteArray("\b\t\n\f\r\x01\x1F\x7F");
+    QTest::newRow("quote and backslash") << QByteArray("\"\\") << QByteArray(R"("\"\\")") << QByteArray("\"\\");
+    QTest::newRow("stops at NUL") << QByteArray("a\0b", 3) << QByteArray(R"("a")") << QByteArray("a");
+    // Bytes that start no valid sequence stand for themselves: invalid, truncated, overlong, above U+10FFFF.
+    QTest::newRow("invalid") << QByteArray("\xFF") << QByteArray(R"("\u00FF")") << QByteArray("\xC3\xBF");
+    QTest::newRow("truncated") << QByteArray("\xC3" "A") << QByteArray(R"("\u00C3A")") << QByteArray("\xC3\x83" "A");
+    QTest::newRow("overlong") << QByteArray("\xC0\x80") << QByteArray(R"("\u00C0\u0080")") << QByteArray("\xC3\x80\xC2\x80");
+    QTest::newRow("above U+10FFFF") << QByteArray("\xF4\x90\x80\x80") << QByteArray(R"("\u00F4\u0090\u0080\u0080")")
+                                    << QByteArray("\xC3\xB4\xC2\x90\xC2\x80\xC2\x80");
+}
+
 void TestAjson::escapeOnWrite()
 {
-    const struct { QByteArray bytes; const char *json; QByteArray readBack; } rows[] = {
-        {"a b~/'", R"("a b~/'")", "a b~/'"}, {"\xC3\xA9", R"("\u00E9")", "\xC3\xA9"},
-        // Above U+FFFF the two groups hold the upper and the lower 16 bits, and read back as two separate characters.
-        {"\xF0\x9F\x98\x80", R"("\u0001\uF600")", "\x01\xEF\x98\x80"},
-        {"\b\t\n\f\r\x01\x1F\x7F", R"("\b\t\n\f\r\u0001\u001F\u007F")", "\b\t\n\f\r\x01\x1F\x7F"}, {"\"\\", R"("\"\\")", "\"\\"},
-        {QByteArray("a\0b", 3), R"("a")", "a"}, // stops at NUL
-        // Bytes that start no valid sequence stand for themselves: invalid, truncated, overlong, above U+10FFFF.
-        {"\xFF", R"("\u00FF")", "\xC3\xBF"}, {"\xC3" "A", R"("\u00C3A")", "\xC3\x83" "A"}, {"\xC0\x80", R"("\u00C0\u0080")", "\xC3\x80\xC2\x80"},
-        {"\xF4\x90\x80\x80", R"("\u00F4\u0090\u0080\u0080")", "\xC3\xB4\xC2\x90\xC2\x80\xC2\x80"}};
-    for (const auto &row : rows) {
-        probe::Spaced s, back;
-        s.alpha = row.bytes.toStdString();
-        const QByteArray expected = "{\"alpha\":" + QByteArray(row.json) + ",\"beta\":\"\",\"gamma\":0}";
-        QCOMPARE(QByteArray::fromStdString(written(s)), expected);
-        ajson::load_from_buff(back, expected.constData());
-        QCOMPARE(QByteArray::fromStdString(back.alpha), row.readBack);
-    }
+    QFETCH(QByteArray, bytes);
+    QFETCH(QByteArray, json);
+    QFETCH(QByteArray, readBack);
+    probe::Spaced s, back;
+    s.alpha = bytes.toStdString();
+    const QByteArray expected = "{\"alpha\":" + json + ",\"beta\":\"\",\"gamma\":0}";
+    QCOMPARE(QByteArray::fromStdString(written(s)), expected);
+    ajson::load_from_buff(back, expected.constData());
+    QCOMPARE(QByteArray::fromStdString(back.alpha), readBack);
 }
 
 QTEST_GUILESS_MAIN(TestAjson)
