@@ -447,11 +447,15 @@ LoginService::Account *LoginService::byId(std::int64_t id)
     return nullptr;
 }
 
-bool LoginService::codeValid(const Account &account, Channel channel, const std::string &code) const
+bool LoginService::codeValid(const Account &account, Channel channel, const std::string &code,
+                             const char *templateCode) const
 {
-    const std::string &sent = channel == Channel::Phone ? account.phoneCode : account.emailCode;
-    const std::int64_t sentMs = channel == Channel::Phone ? account.phoneCodeSentMs : account.emailCodeSentMs;
-    return !code.empty() && code == sent && nowMs() - sentMs <= m_codeValidityMs;
+    const bool phone = channel == Channel::Phone;
+    const std::string &sent = phone ? account.phoneCode : account.emailCode;
+    const std::int64_t sentMs = phone ? account.phoneCodeSentMs : account.emailCodeSentMs;
+    // A login code does not pass the second factor, nor the other way round.
+    const std::string &sentFor = phone ? account.phoneCodeTemplate : account.emailCodeTemplate;
+    return !code.empty() && code == sent && sentFor == templateCode && nowMs() - sentMs <= m_codeValidityMs;
 }
 
 void LoginService::useUpCode(Account &account, Channel channel)
@@ -550,6 +554,7 @@ ServiceReply LoginService::slider(const Json &body)
         const std::string code = account->fixedCode.empty() ? sixDigits() : account->fixedCode;
         (channel == Channel::Phone ? account->phoneCode : account->emailCode) = code;
         (channel == Channel::Phone ? account->phoneCodeSentMs : account->emailCodeSentMs) = nowMs();
+        (channel == Channel::Phone ? account->phoneCodeTemplate : account->emailCodeTemplate) = templateCode;
         // Where a human running the demo reads the code that a real cloud would text or mail.
         std::fprintf(stderr, "cloudsim: code %s sent to %s (account %lld)\n", code.c_str(), address.c_str(),
                      static_cast<long long>(account->id));
@@ -590,7 +595,7 @@ ServiceReply LoginService::codeLogin(const Json &body, Channel channel)
         if (account->lockEmail)
             return failure("100096", "this login type is locked");
     }
-    if (!codeValid(*account, channel, code))
+    if (!codeValid(*account, channel, code, "LOGIN"))
         return failure("10006", "verification code is wrong");
     useUpCode(*account, channel);
     const bool trusted = account->creditSignatures.count(text(body, "creditSignature")) > 0;
@@ -624,7 +629,7 @@ ServiceReply LoginService::verifyCode(const Json &body, Channel channel)
     if (!account || (channel == Channel::Phone ? account->phone : account->email).empty() || !namesAccount(*account, body))
         return failure("100058", "account does not exist", field);
     // Only checked here: the device credit request that follows completes the login and uses it up.
-    if (!codeValid(*account, channel, text(body, "identityVerifyCode")))
+    if (!codeValid(*account, channel, text(body, "identityVerifyCode"), "TRUST_DEVICE"))
         return failure("10006", "verification code is wrong");
     // The session of the first step goes on; a fresh one only if there was none.
     const std::string token = account->tokens.empty() ? issueToken(*account) : account->tokens.back();
@@ -659,8 +664,8 @@ ServiceReply LoginService::deviceCredit(const Json &body, const HeaderLookup &he
         return failure("10014", "the device signature's timestamp is out of range");
 
     const std::string code = text(body, "identityVerifyCode");
-    const bool byPhone = codeValid(*account, Channel::Phone, code);
-    if (!byPhone && !codeValid(*account, Channel::Email, code))
+    const bool byPhone = codeValid(*account, Channel::Phone, code, "TRUST_DEVICE");
+    if (!byPhone && !codeValid(*account, Channel::Email, code, "TRUST_DEVICE"))
         return failure("10006", "verification code is wrong");
     useUpCode(*account, byPhone ? Channel::Phone : Channel::Email);
 

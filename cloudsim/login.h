@@ -96,6 +96,8 @@ private:
         std::string emailCode;
         std::int64_t phoneCodeSentMs = 0; // 0 once a login used the code up
         std::int64_t emailCodeSentMs = 0;
+        std::string phoneCodeTemplate; // what the code was sent for: "LOGIN" or "TRUST_DEVICE"
+        std::string emailCodeTemplate;
         std::set<std::string> creditSignatures;
     };
     struct SliderUse
@@ -123,7 +125,8 @@ private:
     Account *byIdentify(const std::string &identify);
     Account *byToken(const std::string &token);
     Account *byId(std::int64_t id);
-    bool codeValid(const Account &account, Channel channel, const std::string &code) const;
+    // A code sent for @p templateCode ("LOGIN", "TRUST_DEVICE"), not used up and not expired.
+    bool codeValid(const Account &account, Channel channel, const std::string &code, const char *templateCode) const;
     static void useUpCode(Account &account, Channel channel);
     // A triple that passes, is not spent and not expired; a code request or login spends it.
     bool takeTriple(const Json &body, bool spend);

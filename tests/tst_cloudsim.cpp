@@ -100,7 +100,7 @@ QJsonObject loginInfo(const QJsonObject &filled, const Triple &t = {})
 }
 
 // A phone's country code goes in "parameter"; no address makes it a slider check only.
-QJsonObject codeRequest(const QString &address, const Triple &t)
+QJsonObject codeRequest(const QString &address, const Triple &t, const char *templateCode = "LOGIN")
 {
     const bool email = address.contains(QLatin1Char('@'));
     return QJsonObject{{"flag", 0},
@@ -109,7 +109,7 @@ QJsonObject codeRequest(const QString &address, const Triple &t)
                        {"phone", address},
                        {"sessionId", t.sessionId},
                        {"sig", t.sig},
-                       {"templateCode", address.isEmpty() ? "" : "LOGIN"},
+                       {"templateCode", address.isEmpty() ? "" : templateCode},
                        {"token", t.token},
                        {"type", address.isEmpty() ? "" : email ? "EMAIL" : "MOBILE_PHONE"}};
 }
@@ -177,10 +177,11 @@ private:
     {
         return m_client->post(service, body, extra);
     }
-    // Asks for a code with a valid slider triple and returns the one cloudsim "sent".
-    QString requestCode(const QString &address)
+    // Asks for a code (for a login, or for the second factor) with a valid slider triple and
+    // returns the one cloudsim "sent".
+    QString requestCode(const QString &address, const char *templateCode = "LOGIN")
     {
-        if (!post(slider, codeRequest(address, sliderTriple())).json().value("status").toBool())
+        if (!post(slider, codeRequest(address, sliderTriple(), templateCode)).json().value("status").toBool())
             return QString();
         return m_cloud.control("GET", QStringLiteral("/control/codes")).object().value(address).toString();
     }
@@ -448,7 +449,7 @@ void TestCloudSim::deviceCreditSignature()
     const QJsonObject first = login(QString());
     QCOMPARE(first.value("deviceProtect").toObject().value("status").toInt(-1), 0);
     const QByteArray bearer = first.value("token").toObject().value("token").toString().toUtf8();
-    const QString code = requestCode(QStringLiteral("13800000002"));
+    const QString code = requestCode(QStringLiteral("13800000002"), "TRUST_DEVICE");
     QCOMPARE(code.size(), 6);
     // The signature's timestamp is in milliseconds and must lie ahead.
     const auto credit = [&](qint64 fromNow) {
@@ -480,7 +481,7 @@ QJsonObject TestCloudSim::acceptedRequest(const QString &service, Headers *heade
     const QJsonObject first = post(passwordLogin, loginInfo({{"identify", "bob"}, {"password", encryptForCloud("bob-pass")}},
                                                             sliderTriple())).json();
     const QByteArray bearer = first.value("token").toObject().value("token").toString().toUtf8();
-    const QString code = requestCode(QStringLiteral("13800000002"));
+    const QString code = requestCode(QStringLiteral("13800000002"), "TRUST_DEVICE");
     if (service != deviceCredit)
         return QJsonObject{{"identityVerifyCode", code}, {"identify", "bob"}, {"countryCode", "86"}, {"id", 124}};
     *headers = {{"Token", bearer}, {"Authorization", bearer}};
@@ -515,6 +516,7 @@ void TestCloudSim::strictRefusals_data()
     row("phone login: code expired", phoneLogin, "expired", "10006");
     row("phone login: no country code", phoneLogin, "countryCode=", "100058", "MOBILE_PHONE");
     row("phone login: another country", phoneLogin, "countryCode=+44", "100058", "MOBILE_PHONE");
+    row("phone login: a second-factor code", phoneLogin, "other purpose", "10006");
     row("e-mail login: code used", emailLogin, "used", "10006");
     row("password login", passwordLogin, "", "");
     row("password login: triple used", passwordLogin, "used", "10011");
@@ -522,8 +524,10 @@ void TestCloudSim::strictRefusals_data()
     row("code step", codeStep, "", "");
     row("code step: another account", codeStep, "identify=alice", "100058", "MOBILE_PHONE");
     row("code step: no country code", codeStep, "countryCode=", "100058", "MOBILE_PHONE");
+    row("code step: a login code", codeStep, "other purpose", "10006");
     row("device credit", deviceCredit, "", "");
     row("device credit: code used", deviceCredit, "used", "10006");
+    row("device credit: a login code", deviceCredit, "other purpose", "10006");
     row("device credit: another account", deviceCredit, "identify=carol", "100058", "MOBILE_PHONE");
     row("device credit: another country", deviceCredit, "countryCode=1", "100058", "MOBILE_PHONE");
     row("device credit: no type", deviceCredit, "type=", "10016", "type");
@@ -554,6 +558,13 @@ void TestCloudSim::strictRefusals()
     } else if (fault == QLatin1String("no slider")) {
         for (const char *key : {"sessionId", "sig", "token"})
             body.insert(QLatin1String(key), QString());
+    } else if (fault == QLatin1String("other purpose")) {
+        // The newest code of the address, sent for the other purpose than this request's.
+        const bool secondFactor = service != phoneLogin;
+        const QString code = requestCode(secondFactor ? QStringLiteral("13800000002") : QStringLiteral("13800000001"),
+                                         secondFactor ? "LOGIN" : "TRUST_DEVICE");
+        QCOMPARE(code.size(), 6);
+        body.insert("identityVerifyCode", code);
     } else if (fault == QLatin1String("used")) {
         QVERIFY(!post(service, body, headers).body.contains("\"error\""));
     } else if (fault == QLatin1String("expired")) {
