@@ -14,6 +14,7 @@
 #include "cloudmaterial/login/nodesjson.h"
 #include "cloudmaterial/multimachine/multimachineproxyhandler.h"
 #include "cloudmaterial/protocol/crypto.h"
+#include "cloudmaterial/protocol/gateway.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
@@ -40,7 +41,8 @@ const std::string productCode = "100001";
 
 BindingAccountJson requestPlayerAuth(HttpClientWrapper &http, const std::string &nodeHost, const std::string &token)
 {
-    const std::string url = "https://" + nodeHost + "/gateway/apis?cirro=" + base64Encode("v1/web-backend-service/player/auth");
+    // The one gateway call that names its service in Base64 and carries only the token.
+    const std::string url = gateway::serviceUrl(nodeHost, base64Encode("v1/web-backend-service/player/auth"));
     const HttpReply reply = http.get(url, {{"authorization", token}}, true);
     BindingAccountJson account;
     ajson::load_from_buff_nothrow(account, reply.body.c_str(), reply.body.size());
@@ -233,7 +235,7 @@ std::string MainController::Private::requestMqttAccount(const DnsEndpoint &endpo
         return {};
     ajson::string_stream body;
     ajson::save_to(body, request);
-    const HttpReply reply = LoginController::authenticatedPost(http, endpoint.mqttAuthUrl, body.str(), token);
+    const HttpReply reply = gateway::authenticatedPost(http, endpoint.mqttAuthUrl, body.str(), token);
     if (!reply.ok)
         return {};
     MqttAuthReply parsed;

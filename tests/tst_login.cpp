@@ -8,6 +8,7 @@
 #include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/logindlalog.h"
 #include "cloudmaterial/login/loginverify.h"
+#include "cloudmaterial/login/nodedirectory.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "cloudmaterial/protocol/crypto.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
@@ -555,7 +556,7 @@ void TestLogin::nodeDirectory()
     if (!body.isEmpty())
         QVERIFY(cloud.addFault({{"kind", "status"}, {"path", "/nodes.json"}, {"status", 200}, {"body", QString::fromUtf8(body)}}));
 
-    const auto nodes = controller->downloadNodeList(cloud.url(QStringLiteral("/nodes.json")).toStdString());
+    const auto nodes = nodedirectory::download(http, cloud.url(QStringLiteral("/nodes.json")).toStdString());
     const QString flags = QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/");
     QStringList got;
     for (const NodeEntry &entry : nodes)

@@ -3,6 +3,7 @@
 #include "cloudmaterial/cloudmateriallist/detaillistitemdelegate.h"
 #include "cloudmaterial/cloudmateriallist/detaillistitemwidget.h"
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+#include "cloudmaterial/themeimage.h"
 
 #include <QEvent>
 #include <QIcon>

@@ -1,6 +1,7 @@
 #include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
 
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+#include "cloudmaterial/themeimage.h"
 #include "cloudmaterial/translatemanager.h"
 
 #include <QEvent>

@@ -3,7 +3,6 @@
 #include "cloudmaterial/cloudmateriallist/cloudmaterialmodel.h"
 #include "cloudmaterial/translatemanager.h"
 
-#include <QCoreApplication>
 #include <QDrag>
 #include <QMimeData>
 #include <QPixmap>
@@ -36,13 +35,6 @@ QString materialToolTip(const QString &name, int status)
         return name;
     // What the failed download left would spoil the next one until Delete removes it.
     return name + QLatin1Char('\n') + TranslateManager::text("DownloadFailedDeleteToRetry");
-}
-
-QString themeImagePath(const QString &fileName)
-{
-    // The host ships the module's images beside its binaries' folder.
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/")
-           + fileName;
 }
 
 QString approvalText(int approval)

@@ -17,8 +17,6 @@ namespace talvor::cloudmaterial {
 QString statusImageName(int status);
 /** Tool tip of a material's row: its name, and for a failed download how to try again. */
 QString materialToolTip(const QString &name, int status);
-/** Full path of a theme image of the module, e.g. themeImagePath("download_status_failed.png"). */
-QString themeImagePath(const QString &fileName);
 /** Translated label of an approval value; empty for values that need no label. */
 QString approvalText(int approval);
 QColor approvalColor(int approval);

@@ -1,6 +1,7 @@
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
 
 #include "cloudmaterial/logging.h"
+#include "cloudmaterial/protocol/gateway.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 
 #include <exception>
@@ -14,14 +15,8 @@ const char *const mediaListQuery =
 MediaListResult requestMediaList(HttpClientWrapper &http, const std::string &token, const std::string &gatewayHost,
                                  bool logReply)
 {
-    const HttpHeaders headers = {
-        {"source", "mediaserver"},
-        {"version", "V1.0.0"},
-        {"Authorization", token},
-        {"Token", token},
-    };
-    const std::string url = "https://" + gatewayHost + "/gateway/cirro?cirro=" + mediaListQuery;
-    const HttpReply reply = http.get(url, headers, logReply);
+    const HttpReply reply =
+        http.get(gateway::catalogueUrl(gatewayHost, mediaListQuery), gateway::headersWithToken(token), logReply);
 
     MediaListReply parsed;
     try {

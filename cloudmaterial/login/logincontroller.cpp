@@ -3,135 +3,50 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/logging.h"
-#include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/logindlalog.h"
+#include "cloudmaterial/login/loginprotocol.h"
 #include "cloudmaterial/login/loginverify.h"
+#include "cloudmaterial/login/nodedirectory.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "cloudmaterial/protocol/ajsonex.h"
-#include "cloudmaterial/protocol/crypto.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 
-#include <QCoreApplication>
-#include <QDateTime>
 #include <QLoggingCategory>
 #include <QPointer>
 #include <QWebEngineView>
 
 #include <exception>
-#include <string_view>
 
-Q_LOGGING_CATEGORY(lcLogin, "rxcm.login", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcLoginDialogs, "rxcm.login.dialogs", QtInfoMsg)
 
 namespace talvor::cloudmaterial {
 
 namespace {
 
-constexpr const char *sliderPath = "v1/web-backend-service/identity-verify-code/slider";
-constexpr const char *mobilePhoneLoginPath = "v1/web-backend-service/authenticate/limit/mobile-phone";
-constexpr const char *emailLoginPath = "v1/web-backend-service/authenticate/limit/email";
-constexpr const char *passwordLoginPath = "v1/web-backend-service/authenticate/limit/password";
-constexpr const char *phoneCodeCheckPath = "v1/web-backend-service/account/mobilephoneverifycode";
-constexpr const char *emailCodeCheckPath = "v1/web-backend-service/account/emailverifycode";
-constexpr const char *deviceCreditPath = "v1/web-backend-service/loginidentity/device-credit-signature";
-
-constexpr const char *requestSource = "mediaserver";
-constexpr const char *requestVersion = "V1.0.0";
-
-// The kind of credit a device asks for with its signature.
-constexpr const char *deviceCreditType = "1";
-
-enum class LoginMode { None, Phone, Email, Password };
-
-HttpHeaders commonHeaders()
-{
-    return {{"source", requestSource}, {"version", requestVersion}};
-}
-
-template<typename Record>
-std::string toJson(const Record &record)
-{
-    ajson::string_stream out;
-    ajson::save_to(out, record);
-    return out.str();
-}
-
-// Throws on a malformed body: the callers turn that into a failed call.
-template<typename Record>
-Record parseOrThrow(const std::string &body)
-{
-    Record record;
-    ajson::load_from_buff(record, body.c_str(), body.size());
-    return record;
-}
-
-bool contains(const std::string &text, std::string_view word)
-{
-    return text.find(word) != std::string::npos;
-}
-
-// The cloud's error codes, searched in this order as plain text; the first hit wins.
-int resultOfErrorBody(const std::string &body)
-{
-    if (contains(body, "\"10009\""))
-        return LoginController::AccountOrPasswordError;
-    if (contains(body, "\"10006\""))
-        return LoginController::VerifyCodeError;
-    if (contains(body, "\"MOBILE_PHONE\"") && contains(body, "\"100058\""))
-        return LoginController::PhoneNotFound;
-    if (contains(body, "\"EMAIL\"") && contains(body, "\"100058\""))
-        return LoginController::EmailNotFound;
-    if (contains(body, "\"100095\"") || contains(body, "\"100096\""))
-        return LoginController::LoginTypeLocked;
-    return LoginController::UnknownError;
-}
-
 const char *logTextOf(int result)
 {
     switch (result) {
-    case LoginController::VerifyCodeError:
+    case VerifyCodeError:
         return "verify code is error";
-    case LoginController::AccountOrPasswordError:
+    case AccountOrPasswordError:
         return "account or password is error";
-    case LoginController::PhoneNotFound:
+    case PhoneNotFound:
         return "phone number is not found";
-    case LoginController::EmailNotFound:
+    case EmailNotFound:
         return "email is not found";
-    case LoginController::LoginTypeLocked:
+    case LoginTypeLocked:
         return "current login type is locked";
     default:
         return "unknow error";
     }
 }
 
-std::string lastPathComponent(const std::string &reference)
-{
-    const auto slash = reference.find_last_of('/');
-    return slash == std::string::npos ? reference : reference.substr(slash + 1);
-}
-
-// The directory names flags by region; only these have local images. "us.png" is
-// published under that name but the image is called icon_usa.png.
-const char *localIconFor(const std::string &name)
-{
-    static const std::pair<const char *, const char *> table[] = {
-        {"australia.png", "icon_australia.png"}, {"china.png", "icon_china.png"},
-        {"europe.png", "icon_europe.png"},       {"us.png", "icon_usa.png"},
-        {"india.png", "icon_india.png"},
-    };
-    for (const auto &[published, local] : table) {
-        if (name == published)
-            return local;
-    }
-    return nullptr;
-}
-
-void replaceAll(std::string &text, std::string_view from, std::string_view to)
-{
-    for (auto pos = text.find(from); pos != std::string::npos; pos = text.find(from, pos + to.size()))
-        text.replace(pos, from.size(), to);
-}
-
 } // namespace
+
+// The DNS look-up's error line, for both kinds of exception; a macro, so that the line names the
+// look-up's function. Its last character was cut in two when it was first stored, and log readers
+// match the stored bytes: "异常" ends after the first two bytes of "常".
+#define RXCM_LOG_DNS_EXCEPTION(what) RXCM_LOG_ERROR("获取 DNS 地址时发生异" "\xE5\xB8" "? {}", what)
 
 class LoginController::Private
 {
@@ -140,148 +55,34 @@ public:
         : q(q)
         , http(http)
         , node(node)
+        , protocol(http, node)
     {
     }
 
-    // POST to a service of the current node's gateway; without a node nothing is sent and
-    // the reply is empty, as if the cloud had not answered.
-    HttpReply postService(const char *servicePath, const HttpHeaders &headers, const std::string &body,
-                          bool log) const
-    {
-        const std::string host = currentNodeHost();
-        if (host.empty()) {
-            qCWarning(lcLogin) << "no cloud node chosen; not sent:" << servicePath;
-            return {};
-        }
-        return http->post("https://" + host + "/gateway/apis?cirro=" + servicePath, headers, body, log);
-    }
-    std::string currentNodeHost() const { return node->host(); }
-    std::string currentToken() const { return token; }
-    void setToken(const std::string &value) { token = value; }
-
-    int phoneLogin(const LoginInfo &info);
-    void keepLogin(const PhoneLoginResInfo &reply, LoginMode mode, const LoginInfo &info);
-    void writeSession() const;
+    LoginResult phoneLogin(const LoginInfo &info, bool *secondFactor);
     void askSliderAgain(VerifyCodeSlider::Place place);
-    int checkSecondFactorCode(const SecondVerifyCodeInfo &info);
-    int sendDeviceCredit(const SecondVerifyCodeInfo &info);
+    void askSecondFactor(const LoginInfo &info);
     void connectDialogs();
 
     LoginController *const q;
     HttpClientWrapper *const http;
     CurrentNode *const node;
+    LoginProtocol protocol;
 
-    std::string email;   // where second-factor codes go when the account has no phone
-    std::string codeKey; // the key the last code request expects back
-    std::string phone;
-    std::int64_t protection = 1; // deviceProtect.status of the last login; 0 asks for a second factor
-    std::string userName;
-    std::string account;     // what the user typed to log in with a password
-    std::string loginCreditSignature; // the credit signature that password login carried
-    std::string countryCode; // the account's, as the last login reply gave it
-    std::int64_t id = 0;
     QString styleSheet;
+    std::string language;
     QPointer<LoginDlalog> loginDialog;
     QPointer<LoginVerify> verifyDialog;
     VerifyCodeSlider *slider = nullptr;
-    std::string serialNumber;
-    bool creditSignatureObtained = false;
-    std::string language;
-    std::string token;
 };
 
-// Every login mode logs under this name; the cloud's operators search the logs for it.
-int LoginController::Private::phoneLogin(const LoginInfo &info)
+// Every login mode logs its failure under this name; the cloud's operators search the logs for it.
+LoginResult LoginController::Private::phoneLogin(const LoginInfo &info, bool *secondFactor)
 {
-    LoginMode mode = LoginMode::None;
-    const char *path = nullptr;
-    if (!info.mobilePhone.empty()) {
-        mode = LoginMode::Phone;
-        path = mobilePhoneLoginPath;
-    } else if (!info.email.empty()) {
-        mode = LoginMode::Email;
-        path = emailLoginPath;
-    } else if (!info.sessionId.empty()) {
-        mode = LoginMode::Password;
-        path = passwordLoginPath;
-    }
-    if (mode == LoginMode::None) {
-        // Neither a code nor a passed slider: there is nothing the cloud could accept.
-        qCWarning(lcLogin) << "login without phone, e-mail or slider result; nothing sent";
-        RXCM_LOG_WARN("{}", logTextOf(AccountOrPasswordError));
-        return AccountOrPasswordError;
-    }
-
-    try {
-        const HttpReply reply = postService(path, commonHeaders(), toJson(info), false);
-        // An empty reply is a failure even when its status says otherwise.
-        if (!reply.ok || reply.body.empty()) {
-            int result = UnknownError;
-            if (!reply.body.empty())
-                result = resultOfErrorBody(reply.body);
-            else if (mode == LoginMode::Phone)
-                result = PhoneNotFound;
-            else if (mode == LoginMode::Email)
-                result = EmailNotFound;
-            else
-                result = AccountOrPasswordError;
-            RXCM_LOG_WARN("{}", logTextOf(result));
-            return result;
-        }
-        keepLogin(parseOrThrow<PhoneLoginResInfo>(reply.body), mode, info);
-        writeSession();
-        return Success;
-    } catch (const std::exception &e) {
-        qCWarning(lcLogin) << "login reply not understood:" << e.what();
-    } catch (...) {
-        qCWarning(lcLogin) << "login failed with an unknown exception";
-    }
-    RXCM_LOG_WARN("{}", logTextOf(UnknownError));
-    return UnknownError;
-}
-
-void LoginController::Private::keepLogin(const PhoneLoginResInfo &reply, LoginMode mode,
-                                         const LoginInfo &info)
-{
-    protection = reply.deviceProtect.status;
-    setToken(reply.token.token);
-    userName = reply.identifyInfo.name;
-    countryCode = reply.identifyInfo.countryCode;
-    id = reply.id;
-    // A code login remembers where its code went; a password login learns it from the reply.
-    switch (mode) {
-    case LoginMode::Phone:
-        phone = info.mobilePhone;
-        break;
-    case LoginMode::Email:
-        email = info.email;
-        break;
-    case LoginMode::Password:
-        email = reply.identifyInfo.email;
-        // An account without a number has no phone, whatever its country code.
-        phone = reply.identifyInfo.mobilePhone.empty()
-            ? std::string()
-            : reply.identifyInfo.countryCode + reply.identifyInfo.mobilePhone;
-        account = info.identify;
-        loginCreditSignature = info.creditSignature;
-        break;
-    case LoginMode::None:
-        break;
-    }
-}
-
-void LoginController::Private::writeSession() const
-{
-    TokenInfoJson session;
-    session.auth = currentToken();
-    session.username = userName;
-    session.countryCode = countryCode;
-    session.phone = phone;
-    session.email = email;
-    session.id = static_cast<std::int32_t>(id);
-    session.currentNodeIdentity = node->identity();
-    session.currentNode = node->host();
-    ConfigStore::instance().setTokenInfo(session);
+    const LoginResult result = protocol.login(info, secondFactor);
+    if (result != Success)
+        RXCM_LOG_WARN("{}", logTextOf(result));
+    return result;
 }
 
 // The cloud takes a slider result once, so the next request needs the slider solved again;
@@ -292,67 +93,20 @@ void LoginController::Private::askSliderAgain(VerifyCodeSlider::Place place)
         slider->view(place)->reload();
 }
 
-int LoginController::Private::checkSecondFactorCode(const SecondVerifyCodeInfo &info)
+void LoginController::Private::askSecondFactor(const LoginInfo &info)
 {
-    SecondVerifyCodeRequest request;
-    request.identityVerifyCode = info.identityVerifyCode;
-    request.identify = account;
-    request.countryCode = countryCode;
-    request.id = id;
-    const char *path = phone.empty() ? emailCodeCheckPath : phoneCodeCheckPath;
-
-    const HttpReply reply = postService(path, commonHeaders(), toJson(request), false);
-    if (!reply.ok) {
-        const int result = reply.body.empty() ? int(VerifyCodeError) : resultOfErrorBody(reply.body);
-        qCWarning(lcLogin) << "second factor code refused:" << logTextOf(result);
-        return result;
+    if (!verifyDialog) {
+        qCWarning(lcLoginDialogs) << "second factor wanted, but the login was not prepared";
+        return;
     }
-    const auto checked = parseOrThrow<PhoneLoginResInfo>(reply.body);
-    // The check may hand out the token the device credit request must carry.
-    if (!checked.token.token.empty())
-        setToken(checked.token.token);
-    creditSignatureObtained = true;
-    return Success;
-}
-
-int LoginController::Private::sendDeviceCredit(const SecondVerifyCodeInfo &info)
-{
-    DeviceSignature signature;
-    signature.source = requestSource;
-    signature.deviceSignature = serialNumber;
-    // One minute ahead, as the cloud expects of the device's clock.
-    signature.timestamp = QDateTime::currentMSecsSinceEpoch() + 60000;
-
-    DeviceCreditRequest credit;
-    credit.authCiphertext = rsaPublicEncrypt(toJson(signature), loginPublicKey);
-    credit.type = deviceCreditType;
-    if (credit.authCiphertext.empty()) {
-        qCCritical(lcLogin) << "the device signature cannot be encrypted with the built-in key";
-        return UnknownError;
-    }
-
-    SecondLoginRequest request;
-    request.identityVerifyCode = info.identityVerifyCode;
-    request.identify = account;
-    request.countryCode = countryCode;
-    request.creditSignature = loginCreditSignature;
-    request.type = credit.type;
-    request.authCiphertext = credit.authCiphertext;
-
-    const std::string token = currentToken();
-    HttpHeaders headers = commonHeaders();
-    headers.emplace_back("Token", token);
-    headers.emplace_back("Authorization", token);
-    const HttpReply reply = postService(deviceCreditPath, headers, toJson(request), false);
-    if (!reply.ok) {
-        const int result = reply.body.empty() ? int(UnknownError) : resultOfErrorBody(reply.body);
-        qCWarning(lcLogin) << "device credit refused:" << logTextOf(result);
-        return result;
-    }
-    const auto result = parseOrThrow<AuthResult>(reply.body);
-    qCInfo(lcLogin) << "device credit signed:" << !result.signature.empty();
-    writeSession();
-    return Success;
+    if (!protocol.phone().empty())
+        verifyDialog->setPhone(QString::fromStdString(protocol.phone()));
+    verifyDialog->setEmail(QString::fromStdString(protocol.email()));
+    verifyDialog->setCreditSignature(QString::fromStdString(info.creditSignature));
+    protocol.beginSecondFactor();
+    slider->setLanguage(QString::fromStdString(language));
+    verifyDialog->resetDialog();
+    verifyDialog->exec();
 }
 
 void LoginController::Private::connectDialogs()
@@ -364,17 +118,14 @@ void LoginController::Private::connectDialogs()
         const bool accepted = q->requestVerifyCode(info);
         askSliderAgain(VerifyCodeSlider::CodeLogin);
         // The address field carries a phone number or an e-mail address.
-        if (info.phone.find('@') == std::string::npos)
-            phone = info.phone;
-        else
-            email = info.phone;
+        protocol.rememberCodeAddress(info.phone);
         return accepted ? 1 : 0;
     });
     QObject::connect(loginDialog, &LoginDlalog::sigUpdateSeverSelect, q, &LoginController::selectNode);
     QObject::connect(verifyDialog, &LoginVerify::sigGetVerifyCode, q, [this](AliVerifyCodeInfo info) {
         // The dialog knows only the address; a phone's country code is the account's.
         if (info.type == "MOBILE_PHONE" && info.parameter.empty())
-            info.parameter = countryCode;
+            info.parameter = protocol.countryCode();
         const bool accepted = q->requestVerifyCode(info);
         askSliderAgain(VerifyCodeSlider::TrustDevice);
         return accepted ? 1 : 0;
@@ -429,8 +180,7 @@ void LoginController::prepareLogin()
         d->loginDialog->setLanguage(d->language);
     d->connectDialogs();
 
-    ConfigStore &store = ConfigStore::instance();
-    const ConfigJson config = store.config();
+    const ConfigJson config = ConfigStore::instance().config();
     d->loginDialog->setConfig(config);
 
     const TokenInfoJson session = restoreSession();
@@ -438,29 +188,20 @@ void LoginController::prepareLogin()
         d->loginDialog->setCurrentNode(QString::fromStdString(session.currentNode),
                                        QString::fromStdString(session.currentNodeIdentity));
 
-    const auto nodes = downloadNodeList(config.nodes);
+    const auto nodes = nodedirectory::download(*d->http, config.nodes);
     if (!nodes.empty())
         d->loginDialog->setNodeList(nodes);
 }
 
 TokenInfoJson LoginController::restoreSession()
 {
-    const TokenInfoJson session = ConfigStore::instance().tokenInfo();
-    if (!session.currentNode.empty() && !session.currentNodeIdentity.empty())
-        d->node->set(session.currentNode, session.currentNodeIdentity);
-    d->phone = session.phone;
-    d->email = session.email;
-    d->id = session.id;
-    d->countryCode = session.countryCode;
-    d->userName = session.username;
-    d->setToken(session.auth);
-    return session;
+    return d->protocol.restoreSession();
 }
 
 void LoginController::showLoginDialog()
 {
     if (!d->loginDialog) {
-        qCWarning(lcLogin) << "login dialog shown before the login was prepared";
+        qCWarning(lcLoginDialogs) << "login dialog shown before the login was prepared";
         return;
     }
     d->loginDialog->show();
@@ -490,7 +231,7 @@ void LoginController::setLanguage(const std::string &moduleLanguage)
 
 void LoginController::setSerialNumber(const std::string &serialNumber)
 {
-    d->serialNumber = serialNumber;
+    d->protocol.setSerialNumber(serialNumber);
 }
 
 void LoginController::setStyleSheet(const QString &sheet)
@@ -500,37 +241,6 @@ void LoginController::setStyleSheet(const QString &sheet)
         d->loginDialog->setStyleSheet(sheet);
     if (d->verifyDialog)
         d->verifyDialog->setStyleSheet(sheet);
-}
-
-std::vector<NodeEntry> LoginController::downloadNodeList(const std::string &url)
-{
-    try {
-        const HttpReply reply = d->http->get(url, {}, false);
-        if (reply.body.empty())
-            return {};
-        // The directory publishes the label key as "zh-cn", which no record member can be named.
-        std::string text = reply.body;
-        replaceAll(text, "zh-cn", "zh_cn");
-        NodesJson nodes;
-        try {
-            nodes = parseOrThrow<NodesJson>(text);
-        } catch (const std::exception &e) {
-            // A half-read directory could offer a node without its host: take none of it.
-            qCWarning(lcLogin) << "node directory not understood:" << e.what();
-            return {};
-        }
-
-        const std::string iconFolder = QCoreApplication::applicationDirPath().toStdString()
-            + "/../share/themes/images/default/cloudmaterial/";
-        for (auto &entry : nodes.cirro) {
-            if (const char *local = localIconFor(lastPathComponent(entry.icon)))
-                entry.icon = iconFolder + local;
-        }
-        return std::move(nodes.cirro);
-    } catch (const std::exception &e) {
-        qCWarning(lcLogin) << "node directory download failed:" << e.what();
-    }
-    return {};
 }
 
 void LoginController::selectNode(const QString &node, const QString &identity)
@@ -543,7 +253,7 @@ void LoginController::selectNode(const QString &node, const QString &identity)
 
 std::string LoginController::currentNode() const
 {
-    return d->currentNodeHost();
+    return d->node->host();
 }
 
 std::string LoginController::currentNodeIdentity() const
@@ -568,58 +278,33 @@ GlobalDNSJson LoginController::getGlobalDnsAddr(HttpClientWrapper &http, const s
         }
         RXCM_LOG_WARN("获取 DNS 地址失败: 响应消息为空");
     } catch (const std::exception &e) {
-        // The last character of this message was cut in two when it was first stored, and
-        // log readers match the stored bytes: "异常" ends after the first two bytes of "常".
-        RXCM_LOG_ERROR("获取 DNS 地址时发生异"
-                       "\xE5\xB8"
-                       "? {}",
-                       e.what());
+        RXCM_LOG_DNS_EXCEPTION(e.what());
     } catch (...) {
-        RXCM_LOG_ERROR("获取 DNS 地址时发生异"
-                       "\xE5\xB8"
-                       "? {}",
-                       "unknown exception");
+        RXCM_LOG_DNS_EXCEPTION("unknown exception");
     }
     return {};
 }
 
 bool LoginController::requestVerifyCode(const AliVerifyCodeInfo &info)
 {
-    try {
-        d->codeKey = info.key;
-        const HttpReply reply = d->postService(sliderPath, commonHeaders(), toJson(info), true);
-        if (reply.body.empty())
-            return false;
-        const auto result = parseOrThrow<VerifyCodeResInfo>(reply.body);
-        // The cloud proves it handled this very request by echoing its key.
-        return result.status && result.key == d->codeKey;
-    } catch (const std::exception &e) {
-        qCWarning(lcLogin) << "code request reply not understood:" << e.what();
-    } catch (...) {
-        qCWarning(lcLogin) << "code request failed with an unknown exception";
-    }
-    return false;
+    return d->protocol.requestVerifyCode(info);
 }
 
 int LoginController::login(const LoginInfo &info, bool *secondFactor)
 {
-    if (secondFactor)
-        *secondFactor = false;
-    const int result = d->phoneLogin(info);
-    if (result != Success)
-        return result;
-    Q_EMIT tokenChanged(d->currentToken());
-    if (secondFactor)
-        *secondFactor = d->protection == 0;
-    return Success;
+    const LoginResult result = d->phoneLogin(info, secondFactor);
+    if (result == Success)
+        Q_EMIT tokenChanged(d->protocol.token());
+    return result;
 }
 
 int LoginController::handleLogin(const LoginInfo &info)
 {
+    const bool passwordLogin = !info.sessionId.empty() && info.mobilePhone.empty() && info.email.empty();
     bool secondFactor = false;
     const int result = login(info, &secondFactor);
     if (result != Success) {
-        if (!info.sessionId.empty() && info.mobilePhone.empty() && info.email.empty())
+        if (passwordLogin)
             d->askSliderAgain(VerifyCodeSlider::AccountLogin);
         return result;
     }
@@ -638,64 +323,24 @@ int LoginController::handleLogin(const LoginInfo &info)
     store.setTokenInfo(session);
 
     // Only a password login can come from a device the account does not know yet.
-    if (secondFactor && !info.sessionId.empty()) {
-        if (!d->verifyDialog) {
-            qCWarning(lcLogin) << "second factor wanted, but the login was not prepared";
-            return Success;
-        }
-        if (!d->phone.empty())
-            d->verifyDialog->setPhone(QString::fromStdString(d->phone));
-        d->verifyDialog->setEmail(QString::fromStdString(d->email));
-        d->verifyDialog->setCreditSignature(QString::fromStdString(info.creditSignature));
-        d->creditSignatureObtained = false;
-        d->slider->setLanguage(QString::fromStdString(d->language));
-        d->verifyDialog->resetDialog();
-        d->verifyDialog->exec();
-    } else {
+    if (secondFactor && !info.sessionId.empty())
+        d->askSecondFactor(info);
+    else
         Q_EMIT sigLoginSucceeded();
-    }
     return Success;
 }
 
 int LoginController::secondLogin(const SecondVerifyCodeInfo &info)
 {
-    try {
-        if (!d->creditSignatureObtained) {
-            const int checked = d->checkSecondFactorCode(info);
-            if (checked != Success)
-                return checked;
-        }
-        const int result = d->sendDeviceCredit(info);
-        if (result == Success)
-            Q_EMIT tokenChanged(d->currentToken());
-        return result;
-    } catch (const std::exception &e) {
-        qCWarning(lcLogin) << "second factor reply not understood:" << e.what();
-    } catch (...) {
-        qCWarning(lcLogin) << "second factor failed with an unknown exception";
-    }
-    return UnknownError;
-}
-
-HttpReply LoginController::authenticatedPost(HttpClientWrapper &http, const std::string &url, const std::string &body,
-                                             const std::string &token)
-{
-    try {
-        HttpHeaders headers = commonHeaders();
-        headers.emplace_back("Token", token);
-        headers.emplace_back("Authorization", token);
-        return http.post(url, headers, body, false);
-    } catch (const std::exception &e) {
-        qCWarning(lcLogin) << "authenticated request failed:" << e.what();
-    } catch (...) {
-        qCWarning(lcLogin) << "authenticated request failed with an unknown exception";
-    }
-    return {};
+    const LoginResult result = d->protocol.secondLogin(info);
+    if (result == Success)
+        Q_EMIT tokenChanged(d->protocol.token());
+    return result;
 }
 
 std::string LoginController::token() const
 {
-    return d->currentToken();
+    return d->protocol.token();
 }
 
 LoginDlalog *LoginController::loginDialog() const

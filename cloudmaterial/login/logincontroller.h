@@ -3,7 +3,6 @@
 #include "cloudmaterial/configjson.h"
 #include "cloudmaterial/login/loginjson.h"
 #include "cloudmaterial/login/nodesjson.h"
-#include "cloudmaterial/protocol/httpreply.h"
 #include "cloudmaterial/stdstringmetatype_p.h"
 
 #include <QObject>
@@ -11,7 +10,6 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace talvor::cloudmaterial {
 
@@ -22,31 +20,20 @@ class LoginVerify;
 class VerifyCodeSlider;
 
 /**
- * Speaks the cloud's login protocol for the login dialogs: the node directory and the global
- * DNS entry, the slider and code checks, the three login modes, the second factor of a new
- * device, and the session file that a successful login writes. Every call blocks the calling
- * thread for at most one HTTP time-out and reports failures as results, never as exceptions.
+ * The login as the user sees it: builds the login and verification dialogs, answers their
+ * requests through the login protocol (LoginProtocol), runs a new device's second factor, keeps
+ * the slider fresh for the next request, logs each login's outcome and tells the module when a
+ * login succeeded. It also answers the messaging start's global DNS look-up.
  *
  * Lives on the Qt thread with its dialogs; it writes the module's CurrentNode when the user
- * picks a node or a session is restored. The static requests touch no state of it, so the
- * messaging start may make them on the worker thread.
+ * picks a node or a session is restored. The login calls block for at most one HTTP time-out
+ * and return a LoginResult as int, the value the dialogs' signals carry.
  */
 class LoginController : public QObject
 {
     Q_OBJECT
 
 public:
-    /** Result of a login call. */
-    enum LoginResult : int {
-        Success = 0,
-        VerifyCodeError = -1,
-        AccountOrPasswordError = -2,
-        PhoneNotFound = -3,
-        EmailNotFound = -4,
-        LoginTypeLocked = -5,
-        UnknownError = -6,
-    };
-
     /** @p node is the module's current node, which the login writes and its requests use. */
     LoginController(HttpClientWrapper *http, CurrentNode *node, QObject *parent = nullptr);
     ~LoginController() override;
@@ -68,19 +55,16 @@ public:
     void setSerialNumber(const std::string &serialNumber);
     void setStyleSheet(const QString &sheet);
 
-    // Nodes and the global DNS entry.
-    /** The node directory at @p url, icons replaced by local flag images; empty on any failure. */
-    std::vector<NodeEntry> downloadNodeList(const std::string &url);
     /** The user picked a node (the login dialog's sigUpdateSeverSelect). */
     void selectNode(const QString &node, const QString &identity);
     std::string currentNode() const;
     std::string currentNodeIdentity() const;
-    /** Blocking. An empty record when the control service fails. */
+    /** Blocking. The global DNS entry of the configured control service; an empty record on failure. */
     GlobalDNSJson getGlobalDnsAddr();
     /** The same request to the control service at @p controlUrl; any thread. */
     static GlobalDNSJson getGlobalDnsAddr(HttpClientWrapper &http, const std::string &controlUrl);
 
-    // Protocol calls.
+    // The dialogs' requests.
     /** Slider check or code request: true when the cloud accepts it and echoes the request's key. */
     bool requestVerifyCode(const AliVerifyCodeInfo &info);
     /** One login request; @p secondFactor (may be null) tells whether the cloud wants a second factor. */
@@ -89,9 +73,6 @@ public:
     int handleLogin(const LoginInfo &info);
     /** The second factor of a new device (the verification dialog's sigLogin). */
     int secondLogin(const SecondVerifyCodeInfo &info);
-    /** POST with the module's source and version headers and @p token as Token and Authorization; any thread. */
-    static HttpReply authenticatedPost(HttpClientWrapper &http, const std::string &url, const std::string &body,
-                                       const std::string &token);
     /** The token of the last login, or of the session restored at prepareLogin(). */
     std::string token() const;
 

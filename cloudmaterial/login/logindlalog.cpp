@@ -7,9 +7,11 @@
 #include "cloudmaterial/login/countrycodejson.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginkeys.h"
+#include "cloudmaterial/login/loginresult.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "cloudmaterial/protocol/ajsonex.h"
 #include "cloudmaterial/protocol/crypto.h"
+#include "cloudmaterial/themeimage.h"
 #include "cloudmaterial/titlebar.h"
 #include "cloudmaterial/translatemanager.h"
 
@@ -74,12 +76,6 @@ bool isEmailAddress(const QString &text)
     static const QRegularExpression email(
         QStringLiteral(R"(\w[-\w.+]*@([A-Za-z0-9][-A-Za-z0-9]+\.)+[A-Za-z]{2,14})"));
     return email.match(text).hasMatch();
-}
-
-QString imageFile(const char *name)
-{
-    return QCoreApplication::applicationDirPath()
-           + QStringLiteral("/../share/themes/images/default/cloudmaterial") + QLatin1String(name);
 }
 
 } // namespace
@@ -158,8 +154,8 @@ void LoginDlalog::Private::setupInputs()
     ui.lineEdit_userName->setMaxLength(64);
     ui.lineEdit_password->setMaxLength(25);
 
-    ui.lineEdit_userName->addAction(QIcon(imageFile("/icon_user.png")), QLineEdit::LeadingPosition);
-    ui.lineEdit_password->addAction(QIcon(imageFile("/icon_possword.png")), QLineEdit::LeadingPosition);
+    ui.lineEdit_userName->addAction(QIcon(themeImagePath(QStringLiteral("icon_user.png"))), QLineEdit::LeadingPosition);
+    ui.lineEdit_password->addAction(QIcon(themeImagePath(QStringLiteral("icon_possword.png"))), QLineEdit::LeadingPosition);
 
     // The eye sits inside the password field, at its right end.
     ui.layout_password->removeWidget(ui.pushButton_eye);
@@ -168,15 +164,15 @@ void LoginDlalog::Private::setupInputs()
     eyeLayout->addStretch();
     eyeLayout->addWidget(ui.pushButton_eye);
     ui.lineEdit_password->setTextMargins(0, 0, ui.pushButton_eye->maximumWidth(), 0);
-    ui.pushButton_eye->setIcon(QIcon(imageFile("/close_eye.png")));
+    ui.pushButton_eye->setIcon(QIcon(themeImagePath(QStringLiteral("close_eye.png"))));
     ui.pushButton_eye->setIconSize(QSize(16, 16));
 
     ui.comboBox_codeType->setIconSize(QSize(20, 20));
-    ui.comboBox_codeType->addItem(QIcon(imageFile("/icon_phone.png")), QString());
-    ui.comboBox_codeType->addItem(QIcon(imageFile("/icon_email.png")), QString());
+    ui.comboBox_codeType->addItem(QIcon(themeImagePath(QStringLiteral("icon_phone.png"))), QString());
+    ui.comboBox_codeType->addItem(QIcon(themeImagePath(QStringLiteral("icon_email.png"))), QString());
     ui.comboBox_typeNum->setIconSize(QSize(20, 20));
     ui.comboBox_severSelect->setIconSize(QSize(20, 20));
-    ui.pushButton_selectServer->setIcon(QIcon(imageFile("/icon_setting.png")));
+    ui.pushButton_selectServer->setIcon(QIcon(themeImagePath(QStringLiteral("icon_setting.png"))));
     ui.pushButton_selectServer->setIconSize(QSize(16, 16));
 
     for (QLabel *label : {ui.label_forgotPassword, ui.label_register, ui.label_agree_account,
@@ -201,7 +197,7 @@ void LoginDlalog::Private::setupConnections()
     QObject::connect(ui.pushButton_eye, &QPushButton::clicked, q, [this] {
         const bool hidden = ui.lineEdit_password->echoMode() == QLineEdit::Password;
         ui.lineEdit_password->setEchoMode(hidden ? QLineEdit::Normal : QLineEdit::Password);
-        ui.pushButton_eye->setIcon(QIcon(imageFile(hidden ? "/open_eye.png" : "/close_eye.png")));
+        ui.pushButton_eye->setIcon(QIcon(themeImagePath(hidden ? QStringLiteral("open_eye.png") : QStringLiteral("close_eye.png"))));
     });
     QObject::connect(ui.pushButton_numberLogin, &QPushButton::clicked, q, [this] {
         hideTips();
@@ -649,22 +645,22 @@ void LoginDlalog::showResult(int loginResult)
 {
     QLabel *label = d->resultLabel();
     switch (loginResult) {
-    case 0:
+    case Success:
         d->hideTips();
         break;
-    case -1:
+    case VerifyCodeError:
         d->showTip(label, "VerifyCodeError");
         break;
-    case -2:
+    case AccountOrPasswordError:
         d->showTip(label, "AccountOrPwdError");
         break;
-    case -3:
+    case PhoneNotFound:
         d->showTip(label, "PhoneNotExist");
         break;
-    case -4:
+    case EmailNotFound:
         d->showTip(label, "EmailNotExist");
         break;
-    case -5:
+    case LoginTypeLocked:
         d->showTip(label, "LoginTypeLocked");
         break;
     default:

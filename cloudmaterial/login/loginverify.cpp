@@ -3,6 +3,7 @@
 #include "ui_loginverify.h"
 
 #include "cloudmaterial/login/jsmessage.h"
+#include "cloudmaterial/login/loginresult.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "cloudmaterial/titlebar.h"
 #include "cloudmaterial/translatemanager.h"
@@ -168,7 +169,7 @@ void LoginVerify::Private::confirm()
     const int result = Q_EMIT q->sigLogin(info);
     if (!alive)
         return;
-    if (result == 0)
+    if (result == Success)
         q->accept();
     else
         showError("VerifyCodeError");
