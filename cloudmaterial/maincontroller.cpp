@@ -1,7 +1,6 @@
 #include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/maincontroller_p.h"
 
-#include "cloudmaterial/bindingaccountjson.h"
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/devicebinding/devicebinding.h"
 #include "cloudmaterial/devicebinding/devicebindingcontroller.h"
@@ -11,10 +10,8 @@
 #include "cloudmaterial/stdstringmetatype_p.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/logincontroller.h"
-#include "cloudmaterial/login/nodesjson.h"
+#include "cloudmaterial/messagingstart.h"
 #include "cloudmaterial/multimachine/multimachineproxyhandler.h"
-#include "cloudmaterial/protocol/crypto.h"
-#include "cloudmaterial/protocol/gateway.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
@@ -24,10 +21,8 @@
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QNetworkConfigurationManager>
-#include <QDateTime>
 #include <QFileInfo>
 #include <QSettings>
-#include <QUuid>
 
 #include <utility>
 
@@ -35,49 +30,9 @@ Q_LOGGING_CATEGORY(lcController, "rxcm.controller", QtInfoMsg)
 
 namespace talvor::cloudmaterial {
 
-namespace {
-
-const std::string productCode = "100001";
-
-BindingAccountJson requestPlayerAuth(HttpClientWrapper &http, const std::string &nodeHost, const std::string &token)
-{
-    // The one gateway call that names its service in Base64 and carries only the token.
-    const std::string url = gateway::serviceUrl(nodeHost, base64Encode("v1/web-backend-service/player/auth"));
-    const HttpReply reply = http.get(url, {{"authorization", token}}, true);
-    BindingAccountJson account;
-    ajson::load_from_buff_nothrow(account, reply.body.c_str(), reply.body.size());
-    return account;
-}
-
-bool isComplete(const BindingAccountJson &account)
-{
-    return !account.value.cirro.username.empty() && !account.value.cirro.password.empty();
-}
-
-} // namespace
-
 class MainController::Private
 {
 public:
-    // What the messaging start needs, copied on the Qt thread when it is queued.
-    struct MessagingStart
-    {
-        SessionTicket ticket;
-        std::string nodeHost;
-        std::string nodeIdentity;
-        std::string token;
-        std::string serialNumber;
-        std::string controlUrl; // of the global DNS entry
-    };
-    // What it hands back to the Qt thread.
-    struct MessagingAccount
-    {
-        std::string clientId;
-        std::string brokerUrl;
-        std::string username;
-        std::string password;
-    };
-
     explicit Private(MainController *q)
         : q(q)
     {
@@ -105,19 +60,15 @@ public:
         materials->clear();
     }
     void startMessaging();
-    // Worker thread: the blocking steps of the messaging start; only copies and the HTTP client.
-    void handleMqtt(const MessagingStart &start);
-    // One wrap-encrypt-send of the key message to one authentication endpoint.
-    std::string requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage,
-                                   const std::string &token);
-    // Qt thread: the account arrived; binds unless the start was ended meanwhile.
-    void bind(const MessagingStart &start, const MessagingAccount &account);
+    // The messaging account arrived; binds unless the module closed meanwhile.
+    void bind(const MessagingStart::Request &start, const MessagingStart::Account &account);
     void tearDown();
 
     // Declared first: the parts below read it.
     CurrentNode node;
     std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
     HttpClientWrapper http{pool};
+    MessagingStart messagingStart{&http, pool};
     LoginController login{&http, &node};
     std::shared_ptr<CloudMaterialController> materials = std::make_shared<CloudMaterialController>(&http, &node);
     DeviceBindingController devices;
@@ -213,7 +164,7 @@ void MainController::Private::startMessaging()
 {
     if (closed)
         return;
-    MessagingStart start;
+    MessagingStart::Request start;
     // The newest start wins: one still queued or running for an older one stops at its next step.
     start.ticket = messaging.begin();
     start.nodeHost = node.host();
@@ -221,89 +172,16 @@ void MainController::Private::startMessaging()
     start.token = ConfigStore::instance().tokenInfo().auth;
     start.controlUrl = ConfigStore::instance().config().mqttControl;
     start.serialNumber = serialNumber;
-    pool->enqueue([this, start] { handleMqtt(start); });
+    messagingStart.start(start);
 }
 
-std::string MainController::Private::requestMqttAccount(const DnsEndpoint &endpoint, const std::string &keyMessage,
-                                                        const std::string &token)
-{
-    const std::string pem = "-----BEGIN PUBLIC KEY-----\n" + endpoint.publicKey + "\n-----END PUBLIC KEY-----";
-    DeviceCreditRequest request;
-    request.authCiphertext = rsaPublicEncrypt(keyMessage, pem.c_str());
-    request.type = "1";
-    if (request.authCiphertext.empty() || endpoint.mqttAuthUrl.empty())
-        return {};
-    ajson::string_stream body;
-    ajson::save_to(body, request);
-    const HttpReply reply = gateway::authenticatedPost(http, endpoint.mqttAuthUrl, body.str(), token);
-    if (!reply.ok)
-        return {};
-    MqttAuthReply parsed;
-    ajson::load_from_buff_nothrow(parsed, reply.body.c_str(), reply.body.size());
-    return parsed.data;
-}
-
-void MainController::Private::handleMqtt(const MessagingStart &start)
-{
-    if (!start.ticket.isLive())
-        return;
-    const std::string clientId = QUuid::createUuid().toString().toStdString();
-    RXCM_LOG_INFO("mqtt client id: {}", clientId);
-    if (start.nodeIdentity.empty()) {
-        RXCM_LOG_ERROR("_currentNodeIdentity is empty, mqtt create fail!!!");
-        return;
-    }
-    const GlobalDNSJson dns = LoginController::getGlobalDnsAddr(http, start.controlUrl);
-    if (!start.ticket.isLive())
-        return;
-
-    std::string key;
-    try {
-        key = generateAesKey(256);
-    } catch (const std::exception &e) {
-        RXCM_LOG_ERROR("generateAesKey exception: {}", e.what());
-        return;
-    }
-    // The key message expires 6 s after it is made.
-    const std::string keyMessage = productCode + "||" + base64Encode(key) + "||"
-        + std::to_string(QDateTime::currentMSecsSinceEpoch() + 6000);
-
-    std::string encryptedAccount = requestMqttAccount(dns.data.main, keyMessage, start.token);
-    if (encryptedAccount.empty() && !dns.data.slave.empty() && start.ticket.isLive())
-        encryptedAccount = requestMqttAccount(dns.data.slave.front(), keyMessage, start.token);
-    if (!start.ticket.isLive())
-        return;
-
-    std::string plain;
-    try {
-        plain = aesEcbDecrypt(base64Decode(encryptedAccount), key);
-    } catch (const std::exception &e) {
-        RXCM_LOG_ERROR("aesEcbDecrypt exception: {}", e.what());
-        return;
-    }
-    RXCM_LOG_INFO("MQTT: {}", plain);
-    MqttAccountJson mqtt;
-    ajson::load_from_buff_nothrow(mqtt, plain.c_str(), plain.size());
-
-    MessagingAccount account{clientId, mqtt.url, mqtt.username, mqtt.password};
-    const BindingAccountJson binding = requestPlayerAuth(http, start.nodeHost, start.token);
-    if (isComplete(binding)) {
-        account.username = binding.value.cirro.username;
-        account.password = binding.value.cirro.password;
-    }
-    if (!start.ticket.isLive())
-        return;
-    // The MQTT client and its handlers belong to the Qt thread.
-    QMetaObject::invokeMethod(q, [this, start, account] { bind(start, account); }, Qt::QueuedConnection);
-}
-
-void MainController::Private::bind(const MessagingStart &start, const MessagingAccount &account)
+void MainController::Private::bind(const MessagingStart::Request &start, const MessagingStart::Account &account)
 {
     if (closed || !start.ticket.isLive())
         return;
     binding.setSerialNumber(start.serialNumber);
     binding.setClientId(account.clientId);
-    binding.setProductCode(productCode);
+    binding.setProductCode(MessagingStart::productCode);
     binding.setBrokerUrl(account.brokerUrl);
     devices.setUserName(account.username);
     devices.setPassword(account.password);
@@ -341,6 +219,10 @@ MainController::MainController()
     d->materials->init();
     d->connectLogin();
     d->connectDevices();
+    connect(&d->messagingStart, &MessagingStart::accountReady, this,
+            [this](const MessagingStart::Request &start, const MessagingStart::Account &account) {
+                d->bind(start, account);
+            });
     d->applyDialogStyleSheets();
     // This singleton outlives QApplication (static destruction), but the threads, the MQTT
     // session and the widgets must not: the application's destructor runs post routines
@@ -452,7 +334,7 @@ bool MainController::autoLogin()
         return false;
     d->adoptSessionNode(session);
 
-    if (!isComplete(requestPlayerAuth(d->http, d->node.host(), session.auth)))
+    if (!MessagingStart::isComplete(MessagingStart::playerAuth(d->http, d->node.host(), session.auth)))
         return false;
     Q_EMIT loginSuccess(session.username);
     Q_EMIT d->login.tokenChanged(session.auth);
