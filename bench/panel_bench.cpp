@@ -189,7 +189,7 @@ double readyRun(HttpClientWrapper &http, const CurrentNode &node, const std::sha
     controller->setWorkerPool(pool);
     controller->setToken("bench");
     controller->setCloudMaterialFolderPath(folder.toStdString());
-    std::unique_ptr<QWidget> owner(controller->listWidget());
+    std::unique_ptr<QWidget> owner(new DetailWidget(controller.get()));
     auto *panel = qobject_cast<DetailWidget *>(owner.get());
     panel->resize(1400, 1900);
     panel->show();
@@ -295,7 +295,7 @@ int main(int argc, char **argv)
     auto controller = std::make_shared<CloudMaterialController>(nullptr, nullptr);
     controller->setToken("bench");
     controller->setCloudMaterialFolderPath(QDir::tempPath().toStdString());
-    std::unique_ptr<QWidget> owner(controller->listWidget());
+    std::unique_ptr<QWidget> owner(new DetailWidget(controller.get()));
     auto *panel = qobject_cast<DetailWidget *>(owner.get());
     QSettings theme(QStringLiteral(":/cloudmaterialtheme/cloudmaterial.theme"), QSettings::IniFormat);
     HV::Theme::readSettings(theme);

@@ -2,6 +2,7 @@
 #include "cloudmaterial/maincontroller_p.h"
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/devicebinding/devicebinding.h"
 #include "cloudmaterial/devicebinding/devicebindingcontroller.h"
 #include "cloudmaterial/configstore.h"
@@ -13,6 +14,7 @@
 #include "cloudmaterial/messagingstart.h"
 #include "cloudmaterial/multimachine/multimachineproxyhandler.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
+#include "cloudmaterial/protocol/reachability.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
 
@@ -20,7 +22,7 @@
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
-#include <QNetworkConfigurationManager>
+#include <QPointer>
 #include <QFileInfo>
 #include <QSettings>
 
@@ -74,6 +76,7 @@ public:
     DeviceBindingController devices;
     DeviceBinding binding{&devices};
 
+    QPointer<DetailWidget> panel;
     IRXRuntime *runtime = nullptr;
     MultimachineProxyClient *proxyClient = nullptr;
     MultimachineProxyServer *proxyServer = nullptr;
@@ -350,7 +353,10 @@ void MainController::exitLoginVerify()
 QWidget *MainController::cloudMaterialList()
 {
     d->ensureDefaults();
-    return d->materials->listWidget();
+    // One panel per module; the host owns it once it embeds it.
+    if (!d->panel)
+        d->panel = new DetailWidget(d->materials.get());
+    return d->panel;
 }
 
 void MainController::loadTheme(const std::string &themeFile)
@@ -365,12 +371,7 @@ void MainController::clear()
 
 bool MainController::isNetworkAvailable() const
 {
-    QT_WARNING_PUSH
-    QT_WARNING_DISABLE_DEPRECATED
-    // Qt 5's only portable "is any network up" query; its deprecation is about bearer
-    // management, which this answer does not need.
-    return QNetworkConfigurationManager().isOnline();
-    QT_WARNING_POP
+    return reachability::networkOnline();
 }
 
 void MainController::tearDown()

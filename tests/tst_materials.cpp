@@ -2,6 +2,7 @@
 // the local cloud over real TLS.
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
+#include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/login/logincontroller.h"
@@ -541,7 +542,7 @@ void TestMaterials::endedSessionSignalsNothing()
         controller->setToken(token);
         controller->requestRefresh(true);
     } else {
-        panel.reset(controller->listWidget());
+        panel.reset(new DetailWidget(controller.get()));
         // A 16 by 16 picture trickles in for seconds: the first is still coming, the second waits.
         QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/thumbs/"}, {"bytes_per_second", 20}}));
         refresh(controller);
@@ -584,7 +585,7 @@ void TestMaterials::shutdownStopsTransfers()
     QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 4000}}));
     QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/thumbs/"}, {"bytes_per_second", 20}}));
     auto controller = makeController();
-    std::unique_ptr<QWidget> panel(controller->listWidget());
+    std::unique_ptr<QWidget> panel(new DetailWidget(controller.get()));
     refresh(controller);
     QSignalSpy progress(controller.get(), &CloudMaterialController::materialDownloadProgress);
     controller->downloadMaterial("m1");

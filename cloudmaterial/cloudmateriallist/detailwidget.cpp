@@ -215,6 +215,23 @@ DetailWidget::DetailWidget(CloudMaterialController *controller, QWidget *parent)
         });
     }
     d->retranslate();
+
+    if (!controller)
+        return;
+    connect(controller, &CloudMaterialController::addMaterials, this, &DetailWidget::addMaterials);
+    connect(controller, &CloudMaterialController::deleteMaterials, this, &DetailWidget::deleteMaterials);
+    connect(controller, &CloudMaterialController::materialDownloadStatusChanged, this,
+            &DetailWidget::onMaterialDownloadStatusChanged);
+    connect(controller, &CloudMaterialController::materialApprovalStatusChanged, this,
+            &DetailWidget::onMaterialApprovalStatusChanged);
+    connect(controller, &CloudMaterialController::materialDownloadProgress, this,
+            &DetailWidget::onMaterialDownloadProgress);
+    connect(controller, &CloudMaterialController::materialThumbnailReady, this,
+            &DetailWidget::onMaterialThumbnailReady);
+    connect(controller, &CloudMaterialController::catalogueStateChanged, this, &DetailWidget::setCatalogueState);
+    // Materials known before the panel existed, and their previews (from disk, or fetched now).
+    addMaterials(controller->materials());
+    controller->showPreviews();
 }
 
 DetailWidget::~DetailWidget() = default;

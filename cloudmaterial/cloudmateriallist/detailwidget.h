@@ -31,7 +31,10 @@ class DetailWidget : public QWidget
     Q_OBJECT
 
 public:
-    /** The controller serves refresh, download and the host's drag callback; it must outlive the panel. */
+    /**
+     * Shows the materials of @p controller and follows its signals; the controller serves refresh,
+     * download and the host's drag callback, and must outlive the panel.
+     */
     explicit DetailWidget(CloudMaterialController *controller, QWidget *parent = nullptr);
     ~DetailWidget() override;
 
