@@ -354,7 +354,7 @@ bool CloudMaterialController::Private::applyCatalogue(const MediaListResult &fet
         // A number the cloud did not send as one throws, and ends this refresh.
         const int approval = std::stoi(fetchedMedia.approvalStatus);
         Q_EMIT q->materialApprovalStatusChanged(fetchedMedia.mid, ApprovalStatus(approval));
-        if (approval == 2 || approval == 5)
+        if (mayHaveLocalCopy(approval))
             Q_EMIT q->sigCloudFileIsExist(fetchedMedia.mid, fetchedMedia.mediaName);
     }
     if (!ticket.isLive())

@@ -26,6 +26,23 @@ enum ApprovalStatus : std::int32_t {
     Reject = 3,
 };
 
+/**
+ * Approval values whose materials may be in the material folder: approved (2), and 5, the other
+ * value the cloud approves a material with. Only their local copies are looked for.
+ */
+inline bool mayHaveLocalCopy(std::int32_t approval)
+{
+    return approval == Approved || approval == 5;
+}
+
+/** The cloud's media type codes. */
+enum class MediaType : std::int32_t {
+    Picture = 0,
+    Video = 1,
+    Audio = 2,
+    Document = 3,
+};
+
 /** What the last word about the catalogue was, so the panel can tell the user. */
 enum class CatalogueState : std::int32_t {
     LoggedOut = 0,   // no session: nothing to list
@@ -38,7 +55,7 @@ struct CloudMaterialModel
 {
     std::string mid;       // the material id, compared byte for byte
     std::string mediaName; // display name and local file name
-    std::int32_t mediaType = 0;
+    std::int32_t mediaType = 0; // a MediaType, or a code the module does not know
     std::int32_t approvalStatus = 0;
     std::int32_t downloadStatus = NotAllowed;
     std::string thumbnailUrl;

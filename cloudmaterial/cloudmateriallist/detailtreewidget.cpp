@@ -107,7 +107,7 @@ void DetailTreeWidget::addMaterial(const CloudMaterialModel &model, const QStrin
     item->setText(TypeColumn, mediaTypeName(model.mediaType));
     item->setData(TypeColumn, Private::CodeRole, model.mediaType);
     // Sounds and documents have no picture size, whatever the record says.
-    const bool hasPicture = model.mediaType == 0 || model.mediaType == 1;
+    const bool hasPicture = MediaType(model.mediaType) == MediaType::Picture || MediaType(model.mediaType) == MediaType::Video;
     item->setText(ResolutionColumn, hasPicture ? QString::fromStdString(model.resolution) : QStringLiteral("–"));
     item->setText(SizeColumn, sizeText(model.size));
     item->setText(IdColumn, QString::fromStdString(model.mid));

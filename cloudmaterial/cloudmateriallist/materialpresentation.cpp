@@ -63,15 +63,14 @@ QColor approvalColor(int approval)
 
 QString mediaTypeName(int mediaType)
 {
-    // The cloud's type codes: 0 picture, 1 video, 2 audio, 3 document.
-    switch (mediaType) {
-    case 0:
+    switch (MediaType(mediaType)) {
+    case MediaType::Picture:
         return TranslateManager::text("Picture");
-    case 1:
+    case MediaType::Video:
         return TranslateManager::text("Video");
-    case 2:
+    case MediaType::Audio:
         return TranslateManager::text("Audio");
-    case 3:
+    case MediaType::Document:
         return TranslateManager::text("Document");
     default:
         return {};
@@ -80,12 +79,12 @@ QString mediaTypeName(int mediaType)
 
 QString placeholderImageName(int mediaType)
 {
-    switch (mediaType) {
-    case 0:
+    switch (MediaType(mediaType)) {
+    case MediaType::Picture:
         return QStringLiteral("thumbnail_picture");
-    case 1:
+    case MediaType::Video:
         return QStringLiteral("thumbnail_video");
-    case 2:
+    case MediaType::Audio:
         return QStringLiteral("thumbnail_audio");
     default:
         return QStringLiteral("thumbnail_document");
