@@ -249,7 +249,14 @@ void MainController::setRXRuntime(IRXRuntime *runtime, MultimachineProxyClient *
     d->runtime = runtime;
     d->proxyClient = client;
     d->proxyServer = server;
-    d->proxyHandler = std::make_unique<MultimachineProxyHandler>(client, server, this, d->materials);
+    ProxyModuleCalls module;
+    module.startMessaging = [this] { startMqttFromSavedSession(); };
+    module.setSerialNumber = [this](const std::string &value) { setSerialNumber(value); };
+    module.setCurrentLanguage = [this](const std::string &value) { setCurrentLanguage(value); };
+    module.setDeviceName = [this](const std::string &value) { setDeviceName(value); };
+    module.setAppVersion = [this](const std::string &value) { setAppVersion(value); };
+    module.setAppConfigPath = [this](const std::string &value) { setAppConfigPath(value); };
+    d->proxyHandler = std::make_unique<MultimachineProxyHandler>(client, server, std::move(module), d->materials);
 }
 
 void MainController::setAppConfigPath(const std::string &path)

@@ -273,8 +273,8 @@ void TestProxy::serverAnswersForTheClient()
     FakeRuntime clientSide(Role::ProxyClient), serverSide(Role::ProxyServer);
     MultimachineProxyClient client(&clientSide);
     MultimachineProxyServer server(&serverSide);
-    MultimachineProxyHandler clientHandler(&client, nullptr, &MainController::instance(), clientMaterials);
-    MultimachineProxyHandler serverHandler(nullptr, &server, &MainController::instance(), serverMaterials);
+    MultimachineProxyHandler clientHandler(&client, nullptr, ProxyModuleCalls(), clientMaterials);
+    MultimachineProxyHandler serverHandler(nullptr, &server, ProxyModuleCalls(), serverMaterials);
 
     // The existence check finds the server's copy, not the client's.
     QVERIFY(QFile(serverFolder.filePath(QStringLiteral("clip one.mp4"))).open(QIODevice::WriteOnly));
@@ -324,7 +324,7 @@ void TestProxy::serverSharesOneDownload()
 
     FakeRuntime serverSide(Role::ProxyServer), firstSide(Role::ProxyClient), secondSide(Role::ProxyClient);
     MultimachineProxyServer server(&serverSide);
-    MultimachineProxyHandler handler(nullptr, &server, &MainController::instance(), materials);
+    MultimachineProxyHandler handler(nullptr, &server, ProxyModuleCalls(), materials);
     MultimachineProxyClient first(&firstSide), second(&secondSide);
     QSignalSpy firstAnswers(&first, &MultimachineProxyClient::sigDownloadFileRes);
     QSignalSpy secondAnswers(&second, &MultimachineProxyClient::sigDownloadFileRes);

@@ -1,10 +1,10 @@
 #include "cloudmaterial/multimachine/multimachineproxyhandler.h"
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
-#include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/multimachine/multimachineproxyclient.h"
 #include "cloudmaterial/multimachine/multimachineproxyserver.h"
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -17,6 +17,7 @@ class MultimachineProxyHandler::Private
 public:
     using Key = std::pair<std::string, std::string>; // material id, file name
 
+    ProxyModuleCalls module;
     std::shared_ptr<CloudMaterialController> materials;
     // Requests from clients whose local answer is still to come, so that answers to this
     // machine's own checks are not sent to the group. Touched on this object's thread only.
@@ -25,24 +26,28 @@ public:
 };
 
 MultimachineProxyHandler::MultimachineProxyHandler(MultimachineProxyClient *client, MultimachineProxyServer *server,
-                                                   MainController *controller,
+                                                   ProxyModuleCalls module,
                                                    std::shared_ptr<CloudMaterialController> materials)
     : d(std::make_unique<Private>())
 {
+    d->module = std::move(module);
     d->materials = std::move(materials);
     d->materials->setServedByProxy(client != nullptr);
     if (server)
-        serve(server, controller);
+        serve(server);
     if (client)
-        forward(client, controller);
+        forward(client);
 }
 
 MultimachineProxyHandler::~MultimachineProxyHandler() = default;
 
-void MultimachineProxyHandler::serve(MultimachineProxyServer *server, MainController *controller)
+void MultimachineProxyHandler::serve(MultimachineProxyServer *server)
 {
     CloudMaterialController *materials = d->materials.get();
-    connect(server, &MultimachineProxyServer::sigStartMqtt, this, [controller] { controller->startMqttFromSavedSession(); });
+    connect(server, &MultimachineProxyServer::sigStartMqtt, this, [this] {
+        if (d->module.startMessaging)
+            d->module.startMessaging();
+    });
 
     // The very paths a local request takes: ".temp" file, size check, refusal of unsafe names,
     // and one download per file, which the requests of several clients and this machine share.
@@ -80,7 +85,7 @@ void MultimachineProxyHandler::serve(MultimachineProxyServer *server, MainContro
             });
 }
 
-void MultimachineProxyHandler::forward(MultimachineProxyClient *client, MainController *controller)
+void MultimachineProxyHandler::forward(MultimachineProxyClient *client)
 {
     CloudMaterialController *materials = d->materials.get();
     connect(materials, &CloudMaterialController::sigDownloadFile, this,
@@ -98,16 +103,19 @@ void MultimachineProxyHandler::forward(MultimachineProxyClient *client, MainCont
                 Q_EMIT materials->sigFileExistStatusChanged(id, name, exists);
             });
 
-    connect(client, &MultimachineProxyClient::sigSetSerialNumber, this,
-            [controller](const std::string &value) { controller->setSerialNumber(value); });
+    // A setting the module was given no call for is dropped.
+    const auto apply = [this](std::function<void(const std::string &)> ProxyModuleCalls::*setter) {
+        return [this, setter](const std::string &value) {
+            if (d->module.*setter)
+                (d->module.*setter)(value);
+        };
+    };
+    connect(client, &MultimachineProxyClient::sigSetSerialNumber, this, apply(&ProxyModuleCalls::setSerialNumber));
     connect(client, &MultimachineProxyClient::sigSetCurrentLanguage, this,
-            [controller](const std::string &value) { controller->setCurrentLanguage(value); });
-    connect(client, &MultimachineProxyClient::sigSetDeviceName, this,
-            [controller](const std::string &value) { controller->setDeviceName(value); });
-    connect(client, &MultimachineProxyClient::sigSetAppVersion, this,
-            [controller](const std::string &value) { controller->setAppVersion(value); });
-    connect(client, &MultimachineProxyClient::sigSetAppConfigPath, this,
-            [controller](const std::string &value) { controller->setAppConfigPath(value); });
+            apply(&ProxyModuleCalls::setCurrentLanguage));
+    connect(client, &MultimachineProxyClient::sigSetDeviceName, this, apply(&ProxyModuleCalls::setDeviceName));
+    connect(client, &MultimachineProxyClient::sigSetAppVersion, this, apply(&ProxyModuleCalls::setAppVersion));
+    connect(client, &MultimachineProxyClient::sigSetAppConfigPath, this, apply(&ProxyModuleCalls::setAppConfigPath));
 }
 
 } // namespace talvor::cloudmaterial

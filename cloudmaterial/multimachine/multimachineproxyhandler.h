@@ -2,14 +2,28 @@
 
 #include <QObject>
 
+#include <functional>
 #include <memory>
+#include <string>
 
 namespace talvor::cloudmaterial {
 
 class CloudMaterialController;
-class MainController;
 class MultimachineProxyClient;
 class MultimachineProxyServer;
+
+/** What the proxy calls reach of the module beyond its materials; each is called on the Qt thread. */
+struct ProxyModuleCalls
+{
+    /** A proxy server starts cloud messaging for the group. */
+    std::function<void()> startMessaging;
+    /** The settings a proxy server forwards to its clients. */
+    std::function<void(const std::string &)> setSerialNumber;
+    std::function<void(const std::string &)> setCurrentLanguage;
+    std::function<void(const std::string &)> setDeviceName;
+    std::function<void(const std::string &)> setAppVersion;
+    std::function<void(const std::string &)> setAppConfigPath;
+};
 
 /**
  * Carries out the proxy calls on this machine. On a proxy server it starts cloud messaging
@@ -25,13 +39,13 @@ class MultimachineProxyHandler : public QObject
     Q_OBJECT
 
 public:
-    MultimachineProxyHandler(MultimachineProxyClient *client, MultimachineProxyServer *server,
-                             MainController *controller, std::shared_ptr<CloudMaterialController> materials);
+    MultimachineProxyHandler(MultimachineProxyClient *client, MultimachineProxyServer *server, ProxyModuleCalls module,
+                             std::shared_ptr<CloudMaterialController> materials);
     ~MultimachineProxyHandler() override;
 
 private:
-    void serve(MultimachineProxyServer *server, MainController *controller);
-    void forward(MultimachineProxyClient *client, MainController *controller);
+    void serve(MultimachineProxyServer *server);
+    void forward(MultimachineProxyClient *client);
 
     class Private;
     std::unique_ptr<Private> const d;
