@@ -17,7 +17,7 @@
 #include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
-#include "cloudmaterial/protocol/tcpnodelay.h"
+#include "sockets/tcpnodelay.h"
 #include "cloudmaterial/workerpool.h"
 
 #include "support/cloudsimfixture.h"
@@ -166,7 +166,7 @@ public:
             options.set_clean_session(true);
             client.connect(options)->wait();
             // The cloud's side, like the device's, sends its small packets at once.
-            setTcpNoDelayToPort(mqttUriPort(client.get_server_uri()));
+            rxcm::sockets::setTcpNoDelay(rxcm::sockets::mqttUriPort(client.get_server_uri()));
             for (const std::string &t : topics)
                 client.subscribe(t, 2)->wait();
             return true;

@@ -2,7 +2,7 @@
 
 #include "crypto.h"
 
-#include "cloudmaterial/protocol/tcpnodelay.h"
+#include "sockets/tcpnodelay.h"
 
 #include <mqtt/async_client.h>
 
@@ -112,7 +112,7 @@ void DeviceService::connect(const std::string &url)
         // the answer to that subscription, so the flag is still false for the first connection.
         auto subscribed = std::make_shared<std::atomic<bool>>(false);
         client->set_connected_handler([raw, subscribed](const std::string &) {
-            talvor::cloudmaterial::setTcpNoDelayToPort(talvor::cloudmaterial::mqttUriPort(raw->get_server_uri()));
+            rxcm::sockets::setTcpNoDelay(rxcm::sockets::mqttUriPort(raw->get_server_uri()));
             if (!subscribed->load())
                 return;
             try {

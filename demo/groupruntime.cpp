@@ -1,6 +1,6 @@
 #include "groupruntime.h"
 
-#include "cloudmaterial/protocol/tcpnodelay.h"
+#include "sockets/tcpnodelay.h"
 
 #include <QDeadlineTimer>
 #include <QLoggingCategory>
@@ -71,7 +71,7 @@ public:
 void GroupRuntime::Private::onConnected()
 {
     // A call and its answer are small packets: none may wait for a delayed ACK.
-    talvor::cloudmaterial::setTcpNoDelayToPort(talvor::cloudmaterial::mqttUriPort(client->get_server_uri()));
+    rxcm::sockets::setTcpNoDelay(rxcm::sockets::mqttUriPort(client->get_server_uri()));
     // Also after every automatic reconnection: a broker that lost its sessions forgot the subscription.
     try {
         client->subscribe(callPrefix + "+", 1, nullptr, *this);

@@ -2,7 +2,6 @@
 
 #include "cloudmaterial/logging.h"
 #include "mqttclientwrapper.h"
-#include "tcpnodelay.h"
 
 #include <mqtt/message.h>
 
@@ -22,6 +21,8 @@ Callback::Callback(int maxRetries, MqttClientWrapper &client, mqtt::connect_opti
     , handlers(&client)
     , reconnector([this] { reconnectLoop(); })
 {
+    // The owner's first attempt follows at once.
+    noDelay.noteSockets();
 }
 
 Callback::~Callback()
@@ -32,7 +33,7 @@ Callback::~Callback()
 void Callback::connected(const std::string & /*cause*/)
 {
     RXCM_LOG_INFO("Connection success");
-    setTcpNoDelayToPort(mqttUriPort(client.get_server_uri()));
+    noDelay.applyToNewSockets(client.get_server_uri());
     // std::map iterates in topic order, which is the order the broker sees.
     for (const auto &[topic, qos] : handlers->subscriptions) {
         RXCM_LOG_INFO("Subscribing to topic '{}', using QoS {}", topic, qos);
@@ -139,6 +140,7 @@ void Callback::reconnectLoop()
             return;
         attemptPending = true;
         lock.unlock();
+        noDelay.noteSockets();
         try {
             client.connect(connectOptions, nullptr, *this);
         } catch (const mqtt::exception &e) {

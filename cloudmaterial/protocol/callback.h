@@ -1,6 +1,7 @@
 #pragma once
 
 #include "actionlistener.h"
+#include "tcpnodelay.h"
 
 #include <mqtt/callback.h>
 #include <mqtt/connect_options.h>
@@ -50,6 +51,7 @@ private:
     MqttClientWrapper &client;
     mqtt::connect_options &connectOptions;
     ActionListener subListener;
+    TcpNoDelay noDelay;
     MqttClientWrapper *handlers;
 
     std::mutex mutex;
