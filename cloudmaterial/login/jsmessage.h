@@ -43,3 +43,12 @@ private:
     class Private;
     std::unique_ptr<Private> const d;
 };
+
+/** Copies a slider's result into a request record (its sessionId, sig and token members). */
+template<typename Request>
+void copySliderResult(const JSMessage &message, Request &request)
+{
+    request.sessionId = message.sessionId().toStdString();
+    request.sig = message.sig().toStdString();
+    request.token = message.token().toStdString();
+}

@@ -4,6 +4,7 @@
 
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/logging.h"
+#include "cloudmaterial/login/codecountdown.h"
 #include "cloudmaterial/login/countrycodejson.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginkeys.h"
@@ -24,7 +25,6 @@
 #include <QPointer>
 #include <QRegularExpression>
 #include <QRegularExpressionValidator>
-#include <QTimer>
 #include <QUuid>
 #include <QWebEngineView>
 
@@ -34,8 +34,6 @@ namespace talvor::cloudmaterial {
 
 namespace {
 
-constexpr int countdownStart = 60;
-constexpr int countdownIntervalMs = 1000;
 constexpr const char sourceValue[] = "cirro-web";
 constexpr const char tipKeyProperty[] = "rxcmTipKey";
 
@@ -113,8 +111,6 @@ public:
     // Checks the phone number or e-mail address of the code page; shows the tip when wrong.
     bool contactIsValid();
     void getCode();
-    void startCountdown();
-    void countdownTick();
     void updateGetCodeText();
 
     void showServerPanel(bool show);
@@ -132,9 +128,7 @@ public:
     QString currentNode;
     QString currentIdentity;
     bool chineseLabels = false; // node and country labels: zh_cn for cn/tw, en otherwise
-    QTimer *countdownTimer = nullptr;
-    int countdown = countdownStart;
-    bool countingDown = false;
+    CodeCountdown *countdown = nullptr;
 };
 
 void LoginDlalog::Private::setupInputs()
@@ -231,10 +225,8 @@ void LoginDlalog::Private::setupConnections()
         Q_EMIT q->sigUpdateSeverSelect(QString::fromStdString(entry.node), QString::fromStdString(entry.key));
     });
 
-    countdownTimer = new QTimer(q);
-    countdownTimer->setObjectName(QStringLiteral("countdownTimer"));
-    countdownTimer->setInterval(countdownIntervalMs);
-    QObject::connect(countdownTimer, &QTimer::timeout, q, [this] { countdownTick(); });
+    countdown = new CodeCountdown(q);
+    QObject::connect(countdown, &CodeCountdown::stepped, q, [this] { updateGetCodeText(); });
 }
 
 QString LoginDlalog::Private::nodeLabel(const NodeEntry &node) const
@@ -419,10 +411,7 @@ void LoginDlalog::Private::loginWithAccount()
         return showPlainTip(ui.label_actOrPwdErrorTip, QStringLiteral("unknow error"));
     }
     info.identify = userName.toStdString();
-    const JSMessage *message = slider->message(VerifyCodeSlider::AccountLogin);
-    info.sessionId = message->sessionId().toStdString();
-    info.sig = message->sig().toStdString();
-    info.token = message->token().toStdString();
+    copySliderResult(*slider->message(VerifyCodeSlider::AccountLogin), info);
     info.rememberUserName = ui.checkBox_saveUserName->isChecked();
 
     submit(info);
@@ -478,7 +467,7 @@ bool LoginDlalog::Private::contactIsValid()
 
 void LoginDlalog::Private::getCode()
 {
-    if (countingDown)
+    if (countdown->isRunning())
         return; // one request per countdown
     if (!checkNodeChosen() || !contactIsValid())
         return;
@@ -497,10 +486,7 @@ void LoginDlalog::Private::getCode()
     }
     info.templateCode = "LOGIN";
     if (slider) {
-        const JSMessage *message = slider->message(VerifyCodeSlider::CodeLogin);
-        info.sessionId = message->sessionId().toStdString();
-        info.sig = message->sig().toStdString();
-        info.token = message->token().toStdString();
+        copySliderResult(*slider->message(VerifyCodeSlider::CodeLogin), info);
     }
 
     hideTips();
@@ -512,35 +498,12 @@ void LoginDlalog::Private::getCode()
     if (result == 0)
         showTip(ui.label_codeRightTip, "GetVerifyCodeFail");
     else
-        startCountdown();
-}
-
-void LoginDlalog::Private::startCountdown()
-{
-    countingDown = true;
-    countdown = countdownStart;
-    updateGetCodeText();
-    countdownTimer->start();
-}
-
-void LoginDlalog::Private::countdownTick()
-{
-    if (countdown > 1) {
-        --countdown;
-    } else {
-        countdownTimer->stop();
-        countingDown = false;
-        countdown = countdownStart;
-    }
-    updateGetCodeText();
+        countdown->start();
 }
 
 void LoginDlalog::Private::updateGetCodeText()
 {
-    QString label = text("GetVerifyCode");
-    if (countingDown)
-        label += QStringLiteral("(%1s)").arg(countdown);
-    ui.pushButton_getCode->setText(label);
+    ui.pushButton_getCode->setText(countdown->buttonText(text("GetVerifyCode")));
 }
 
 void LoginDlalog::Private::showServerPanel(bool show)
@@ -672,12 +635,12 @@ void LoginDlalog::showResult(int loginResult)
 
 int LoginDlalog::countdownValue() const
 {
-    return d->countdown;
+    return d->countdown->remaining();
 }
 
 bool LoginDlalog::isCountingDown() const
 {
-    return d->countingDown;
+    return d->countdown->isRunning();
 }
 
 void LoginDlalog::showEvent(QShowEvent *event)

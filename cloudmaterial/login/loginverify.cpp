@@ -2,6 +2,7 @@
 
 #include "ui_loginverify.h"
 
+#include "cloudmaterial/login/codecountdown.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginresult.h"
 #include "cloudmaterial/login/verifycodeslider.h"
@@ -12,7 +13,6 @@
 #include <QPointer>
 #include <QRegularExpression>
 #include <QRegularExpressionValidator>
-#include <QTimer>
 #include <QUuid>
 #include <QWebEngineView>
 
@@ -20,9 +20,6 @@ namespace talvor::cloudmaterial {
 
 namespace {
 
-// The countdown's constants are part of the dialog's behaviour: 60 s, one step a second.
-constexpr int countdownStart = 60;
-constexpr int countdownIntervalMs = 1000;
 
 QString text(const char *key)
 {
@@ -56,7 +53,6 @@ public:
     void retranslate();
     void updateGetCodeText();
     void getCode();
-    void countdownTick();
     void confirm();
     void showError(const char *key);
 
@@ -72,9 +68,7 @@ public:
     // What label_verfyCodeError says, kept so that it follows the language.
     QByteArray errorKey = "VerifyCodeError";
     bool codeRequested = false;
-    bool countingDown = false;
-    int countdown = countdownStart;
-    QTimer *timer = nullptr;
+    CodeCountdown *countdown = nullptr;
 };
 
 void LoginVerify::Private::retranslate()
@@ -93,15 +87,12 @@ void LoginVerify::Private::retranslate()
 
 void LoginVerify::Private::updateGetCodeText()
 {
-    QString label = text("GetVerifyCode");
-    if (countingDown)
-        label += QStringLiteral("(%1s)").arg(countdown);
-    ui.pushButton_getCode->setText(label);
+    ui.pushButton_getCode->setText(countdown->buttonText(text("GetVerifyCode")));
 }
 
 void LoginVerify::Private::getCode()
 {
-    if (countingDown) {
+    if (countdown->isRunning()) {
         codeRequested = true;
         return; // the code of this countdown is on its way
     }
@@ -116,12 +107,8 @@ void LoginVerify::Private::getCode()
     info.phone = (byPhone ? phone : email).toStdString();
     info.type = byPhone ? "MOBILE_PHONE" : "EMAIL";
     info.templateCode = "TRUST_DEVICE";
-    if (slider) {
-        const JSMessage *message = slider->message(VerifyCodeSlider::TrustDevice);
-        info.sessionId = message->sessionId().toStdString();
-        info.sig = message->sig().toStdString();
-        info.token = message->token().toStdString();
-    }
+    if (slider)
+        copySliderResult(*slider->message(VerifyCodeSlider::TrustDevice), info);
     QPointer<LoginVerify> alive(q);
     const int sent = Q_EMIT q->sigGetVerifyCode(info);
     if (!alive)
@@ -132,23 +119,7 @@ void LoginVerify::Private::getCode()
         return showError("GetVerifyCodeFail");
     }
     ui.label_verfyCodeError->hide();
-    countingDown = true;
-    updateGetCodeText();
-    timer->start();
-}
-
-void LoginVerify::Private::countdownTick()
-{
-    if (countdown > 1) {
-        --countdown;
-        updateGetCodeText();
-        return;
-    }
-    timer->stop();
-    countingDown = false;
-    updateGetCodeText();
-    codeRequested = false;
-    countdown = countdownStart;
+    countdown->start();
 }
 
 void LoginVerify::Private::confirm()
@@ -204,10 +175,9 @@ LoginVerify::LoginVerify(QWidget *parent)
     d->ui.label_verfyCodeError->setSizePolicy(policy);
     d->ui.label_verfyCodeError->hide();
 
-    d->timer = new QTimer(this);
-    d->timer->setObjectName(QStringLiteral("countdownTimer"));
-    d->timer->setInterval(countdownIntervalMs);
-    connect(d->timer, &QTimer::timeout, this, [this] { d->countdownTick(); });
+    d->countdown = new CodeCountdown(this);
+    connect(d->countdown, &CodeCountdown::stepped, this, [this] { d->updateGetCodeText(); });
+    connect(d->countdown, &CodeCountdown::finished, this, [this] { d->codeRequested = false; });
     connect(d->ui.pushButton_getCode, &QPushButton::clicked, this, [this] { d->getCode(); });
     connect(d->ui.pushButton_confirm, &QPushButton::clicked, this, [this] { d->confirm(); });
     connect(d->ui.pushButton_cancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -271,19 +241,17 @@ void LoginVerify::resetDialog()
     d->ui.lineEdit_code->clear();
     d->ui.label_verfyCodeError->hide();
     d->errorKey = "VerifyCodeError";
-    // The timer keeps running; the next tick sees 1 and ends the countdown the usual way.
-    if (d->countdown != countdownStart)
-        d->countdown = 1;
+    d->countdown->endAtNextStep();
 }
 
 int LoginVerify::countdownValue() const
 {
-    return d->countdown;
+    return d->countdown->remaining();
 }
 
 bool LoginVerify::isCountingDown() const
 {
-    return d->countingDown;
+    return d->countdown->isRunning();
 }
 
 void LoginVerify::changeEvent(QEvent *event)
