@@ -1,5 +1,6 @@
 #include "cloudmaterial/configstore.h"
 
+#include "cloudmaterial/logging.h"
 #include "cloudmaterial/protocol/ajsonex.h"
 
 #include <QDir>
@@ -140,6 +141,20 @@ void ConfigStore::setConfig(const ConfigJson &config)
     writeRecord(configPath(), config,
                 QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup
                     | QFileDevice::ReadOther);
+}
+
+CountryCodeJson ConfigStore::countryCodes() const
+{
+    const std::string path = appConfigFolder() + "/cloud/config/countrycode.json";
+    CountryCodeJson codes;
+    QFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::ReadOnly)) {
+        RXCM_LOG_WARN("can't open file:{}", path);
+        return codes;
+    }
+    const QByteArray content = file.readAll();
+    ajson::load_from_buff_nothrow(codes, content.constData(), std::size_t(content.size()));
+    return codes;
 }
 
 std::string ConfigStore::appConfigFolder() const

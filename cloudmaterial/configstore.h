@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cloudmaterial/configjson.h"
+#include "cloudmaterial/countrycodejson.h"
 
 #include <memory>
 #include <string>
@@ -9,7 +10,7 @@ namespace talvor::cloudmaterial {
 
 /**
  * The module's files under the host's configuration folder F:
- * F/cloud/config.json, F/cloud/login.json and the folder F/cloud/nodes.
+ * F/cloud/config.json, F/cloud/login.json, F/cloud/config/countrycode.json and the folder F/cloud/nodes.
  * Every read goes to disk, so the GUI and worker threads always see the latest file.
  */
 class ConfigStore
@@ -33,6 +34,9 @@ public:
 
     ConfigJson config() const;
     void setConfig(const ConfigJson &config);
+
+    /** The calling codes of F/cloud/config/countrycode.json; empty lists when it cannot be read. */
+    CountryCodeJson countryCodes() const;
 
     std::string appConfigFolder() const;
     std::string tokenInfoPath() const;

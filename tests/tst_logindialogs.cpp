@@ -162,6 +162,7 @@ LoginDlalog *TestLoginDialogs::showLogin(int page, bool node)
     slider = std::make_unique<VerifyCodeSlider>();
     login = std::make_unique<LoginDlalog>();
     login->setSlider(slider.get());
+    login->setCountryCodes(ConfigStore::instance().countryCodes());
     if (node)
         login->setCurrentNode(QStringLiteral("gateway.test"), QStringLiteral("node-1"));
     for (auto place : {VerifyCodeSlider::AccountLogin, VerifyCodeSlider::CodeLogin})

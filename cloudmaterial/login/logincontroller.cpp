@@ -182,6 +182,7 @@ void LoginController::prepareLogin()
 
     const ConfigJson config = ConfigStore::instance().config();
     d->loginDialog->setConfig(config);
+    d->loginDialog->setCountryCodes(ConfigStore::instance().countryCodes());
 
     const TokenInfoJson session = restoreSession();
     if (!session.currentNode.empty() && !session.currentNodeIdentity.empty())

@@ -2,15 +2,12 @@
 
 #include "ui_logindlalog.h"
 
-#include "cloudmaterial/configstore.h"
-#include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/codecountdown.h"
-#include "cloudmaterial/login/countrycodejson.h"
+#include "cloudmaterial/countrycodejson.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/loginresult.h"
 #include "cloudmaterial/login/verifycodeslider.h"
-#include "cloudmaterial/protocol/ajsonex.h"
 #include "cloudmaterial/protocol/crypto.h"
 #include "cloudmaterial/themeimage.h"
 #include "cloudmaterial/titlebar.h"
@@ -18,7 +15,6 @@
 
 #include <QCoreApplication>
 #include <QEvent>
-#include <QFile>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLoggingCategory>
@@ -89,7 +85,6 @@ public:
     void setupInputs();
     void setupConnections();
     void retranslate();
-    void loadCountryCodes();
     void fillCountryCodes();
     void fillNodes();
     void selectCurrentNode();
@@ -258,18 +253,6 @@ void LoginDlalog::Private::selectCurrentNode()
     // Without a node no entry looks chosen: the first one is not a choice the user made.
     ui.comboBox_severSelect->setCurrentIndex(found);
     ui.pushButton_selectServer->setToolTip(found >= 0 ? nodeLabel(nodes[std::size_t(found)]) : QString());
-}
-
-void LoginDlalog::Private::loadCountryCodes()
-{
-    const std::string path = ConfigStore::instance().appConfigFolder() + "/cloud/config/countrycode.json";
-    QFile file(QString::fromStdString(path));
-    if (!file.open(QIODevice::ReadOnly)) {
-        RXCM_LOG_WARN("can't open file:{}", path);
-        return;
-    }
-    const QByteArray content = file.readAll();
-    ajson::load_from_buff_nothrow(countryCodes, content.constData(), std::size_t(content.size()));
 }
 
 void LoginDlalog::Private::fillCountryCodes()
@@ -553,7 +536,6 @@ LoginDlalog::LoginDlalog(QWidget *parent)
 
     d->setupInputs();
     d->setupConnections();
-    d->loadCountryCodes();
     d->fillCountryCodes();
     d->retranslate();
     // As tall as the form needs in the current font; the tips keep their room while hidden.
@@ -566,6 +548,12 @@ void LoginDlalog::setConfig(const ConfigJson &config)
 {
     d->ui.checkBox_saveUserName->setChecked(config.isRecordUsername);
     d->ui.lineEdit_userName->setText(config.isRecordUsername ? QString::fromStdString(config.username) : QString());
+}
+
+void LoginDlalog::setCountryCodes(const CountryCodeJson &codes)
+{
+    d->countryCodes = codes;
+    d->fillCountryCodes();
 }
 
 void LoginDlalog::setCurrentNode(const QString &node, const QString &identity)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cloudmaterial/configjson.h"
+#include "cloudmaterial/countrycodejson.h"
 #include "cloudmaterial/login/loginjson.h"
 #include "cloudmaterial/login/nodesjson.h"
 
@@ -34,6 +35,8 @@ public:
 
     /** The remembered user name and the state of its check box (config.json). */
     void setConfig(const ConfigJson &config);
+    /** The calling codes offered in comboBox_typeNum. */
+    void setCountryCodes(const CountryCodeJson &codes);
     /** Shows @p node / @p identity as the chosen entry of the server list. */
     void setCurrentNode(const QString &node, const QString &identity);
     /** Fills the server list: each entry's icon and its label in the dialog's language. */
