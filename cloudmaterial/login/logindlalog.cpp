@@ -6,6 +6,8 @@
 #include "cloudmaterial/countrycodejson.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginkeys.h"
+#include "cloudmaterial/login/loginlinks.h"
+#include "cloudmaterial/login/nodedirectory.h"
 #include "cloudmaterial/login/loginresult.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "cloudmaterial/protocol/crypto.h"
@@ -30,38 +32,11 @@ namespace talvor::cloudmaterial {
 
 namespace {
 
-constexpr const char sourceValue[] = "cirro-web";
 constexpr const char tipKeyProperty[] = "rxcmTipKey";
-
-// The link markup is what the web site's pages are known to be opened with; keep it verbatim.
-constexpr const char forgotPrefix[] =
-    "<style> a{text-decoration: none } </style> <a style = 'color: #3D7DD4; ' href = \"https://";
-constexpr const char registerPrefix[] =
-    " ? <style> a{text-decoration: none } </style> <a style = 'color: #3D7DD4; ' href = \"https://";
-constexpr const char agreementPrefix[] =
-    "<style>a{text-decoration: none}</style><a style='color: #3D7DD4;' href=\"https://";
 
 QString text(const char *key)
 {
     return TranslateManager::text(key);
-}
-
-// The prefixes already say "https://", so the configured site is reduced to host[:port][/path].
-QString webHost()
-{
-    QString host = QStringLiteral(RXCM_WEB_HOST);
-    const int scheme = host.indexOf(QLatin1String("://"));
-    if (scheme >= 0)
-        host.remove(0, scheme + 3);
-    while (host.endsWith(QLatin1Char('/')))
-        host.chop(1);
-    return host;
-}
-
-QString link(const char *prefix, const char *path, const QString &linkText)
-{
-    return QLatin1String(prefix) + webHost() + QLatin1String(path) + QLatin1String(sourceValue)
-           + QLatin1String("\">") + linkText + QLatin1String("</a>");
 }
 
 bool isEmailAddress(const QString &text)
@@ -88,7 +63,6 @@ public:
     void fillCountryCodes();
     void fillNodes();
     void selectCurrentNode();
-    QString nodeLabel(const NodeEntry &node) const;
 
     QList<QLabel *> tipLabels() const;
     // Where the current page shows refusals and login results.
@@ -109,7 +83,6 @@ public:
     void updateGetCodeText();
 
     void showServerPanel(bool show);
-    void placeSliderView(QWidget *&slot, QWebEngineView *view, bool *passed);
 
     LoginDlalog *const q;
     Ui::LoginDlalog ui;
@@ -224,35 +197,22 @@ void LoginDlalog::Private::setupConnections()
     QObject::connect(countdown, &CodeCountdown::stepped, q, [this] { updateGetCodeText(); });
 }
 
-QString LoginDlalog::Private::nodeLabel(const NodeEntry &node) const
-{
-    const std::string &preferred = chineseLabels ? node.label.zh_cn : node.label.en;
-    const std::string &other = chineseLabels ? node.label.en : node.label.zh_cn;
-    return QString::fromStdString(preferred.empty() ? other : preferred);
-}
-
 void LoginDlalog::Private::fillNodes()
 {
     QSignalBlocker blocker(ui.comboBox_severSelect);
     ui.comboBox_severSelect->clear();
     for (const NodeEntry &node : nodes)
-        ui.comboBox_severSelect->addItem(QIcon(QString::fromStdString(node.icon)), nodeLabel(node));
+        ui.comboBox_severSelect->addItem(QIcon(QString::fromStdString(node.icon)), nodedirectory::label(node, chineseLabels));
     selectCurrentNode();
 }
 
 void LoginDlalog::Private::selectCurrentNode()
 {
-    int found = -1;
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (QString::fromStdString(nodes[i].node) != currentNode)
-            continue;
-        // The identity settles between entries that share a host.
-        if (found < 0 || QString::fromStdString(nodes[i].key) == currentIdentity)
-            found = int(i);
-    }
     // Without a node no entry looks chosen: the first one is not a choice the user made.
+    const int found = nodedirectory::indexOf(nodes, currentNode, currentIdentity);
     ui.comboBox_severSelect->setCurrentIndex(found);
-    ui.pushButton_selectServer->setToolTip(found >= 0 ? nodeLabel(nodes[std::size_t(found)]) : QString());
+    ui.pushButton_selectServer->setToolTip(
+        found >= 0 ? nodedirectory::label(nodes[std::size_t(found)], chineseLabels) : QString());
 }
 
 void LoginDlalog::Private::fillCountryCodes()
@@ -289,13 +249,13 @@ void LoginDlalog::Private::retranslate()
     ui.lineEdit_userName->setPlaceholderText(text("EnterPhoneOrEmailOrName"));
     ui.lineEdit_password->setPlaceholderText(text("EnterPassword"));
     ui.checkBox_saveUserName->setText(text("RememberMe"));
-    ui.label_forgotPassword->setText(link(forgotPrefix, "/#/reset-password?source=", text("ForgotPassword")));
+    ui.label_forgotPassword->setText(loginlinks::forgotPassword(text("ForgotPassword")));
     const QString agreement =
         QStringLiteral("%1 %2 %3 %4")
             .arg(text("Agree"),
-                 link(agreementPrefix, "/#/statement?type=AGREE-CFG-10002&source=", text("TermsOfService")),
+                 loginlinks::termsOfService(text("TermsOfService")),
                  text("And"),
-                 link(agreementPrefix, "/#/statement?type=AGREE-CFG-10001&source=", text("PrivacyPolicy")));
+                 loginlinks::privacyPolicy(text("PrivacyPolicy")));
     ui.label_agree_account->setText(agreement);
     ui.label_agree_verfiyCode->setText(agreement);
     ui.lineEdit_phoneNum->setPlaceholderText(text("EnterPhoneNum"));
@@ -303,7 +263,7 @@ void LoginDlalog::Private::retranslate()
     ui.lineEdit_code->setPlaceholderText(text("EnterCodeNum"));
     updateGetCodeText();
     ui.pushButton_login->setText(text("Login"));
-    ui.label_register->setText(text("NoAccount") + link(registerPrefix, "/#/nregister?source=", text("RegisterNow")));
+    ui.label_register->setText(text("NoAccount") + loginlinks::registerAccount(text("RegisterNow")));
     ui.pushButton_selectServer->setText(text("SelectServer"));
     ui.label_serverType->setText(text("ServerType"));
     ui.pushButton_accept->setText(text("OK"));
@@ -495,25 +455,6 @@ void LoginDlalog::Private::showServerPanel(bool show)
     ui.widget_login_sever->setVisible(show);
 }
 
-void LoginDlalog::Private::placeSliderView(QWidget *&slot, QWebEngineView *view, bool *passed)
-{
-    if (!view || slot == view)
-        return;
-    view->setObjectName(slot->objectName());
-    view->setStyleSheet(QStringLiteral("QWebEngineView { border: none; background: transparent; }"));
-    view->setMinimumSize(slot->minimumSize());
-    view->setMaximumSize(slot->maximumSize());
-    view->setSizePolicy(slot->sizePolicy());
-    QWidget *old = slot;
-    if (QLayoutItem *item = old->parentWidget()->layout()->replaceWidget(old, view))
-        delete item;
-    slot = view;
-    delete old;
-    // A reloaded page shows an unsolved slider again.
-    if (passed)
-        QObject::connect(view, &QWebEngineView::loadStarted, q, [passed] { *passed = false; });
-}
-
 LoginDlalog::LoginDlalog(QWidget *parent)
     : QDialog(parent)
     , d(std::make_unique<Private>(this))
@@ -577,9 +518,11 @@ void LoginDlalog::setSlider(VerifyCodeSlider *slider)
     d->accountSliderPassed = false;
     if (!slider)
         return;
-    d->placeSliderView(d->ui.webEngineView_account, slider->view(VerifyCodeSlider::AccountLogin),
-                       &d->accountSliderPassed);
-    d->placeSliderView(d->ui.webEngineView_verifyCode, slider->view(VerifyCodeSlider::CodeLogin), nullptr);
+    // A reloaded page shows an unsolved slider again.
+    if (slider->placeView(VerifyCodeSlider::AccountLogin, d->ui.webEngineView_account))
+        connect(slider->view(VerifyCodeSlider::AccountLogin), &QWebEngineView::loadStarted, this,
+                [this] { d->accountSliderPassed = false; });
+    slider->placeView(VerifyCodeSlider::CodeLogin, d->ui.webEngineView_verifyCode);
     connect(slider->message(VerifyCodeSlider::AccountLogin), &JSMessage::signalJSGetSuccess, this,
             [this] { d->accountSliderPassed = true; });
 }

@@ -219,21 +219,11 @@ void LoginVerify::setSlider(VerifyCodeSlider *slider)
         return;
     connect(slider->message(VerifyCodeSlider::TrustDevice), &JSMessage::signalJSGetSuccess, this,
             [this] { d->sliderPassed = true; });
-    QWebEngineView *view = slider->view(VerifyCodeSlider::TrustDevice);
-    if (!view || view == d->ui.webEngineView_trust)
+    if (!slider->placeView(VerifyCodeSlider::TrustDevice, d->ui.webEngineView_trust))
         return;
     // A reloaded page shows an unsolved slider again.
-    connect(view, &QWebEngineView::loadStarted, this, [this] { d->sliderPassed = false; });
-    QWidget *old = d->ui.webEngineView_trust;
-    view->setObjectName(old->objectName());
-    view->setStyleSheet(QStringLiteral("QWebEngineView { border: none; background: transparent; }"));
-    view->setMinimumSize(old->minimumSize());
-    view->setMaximumSize(old->maximumSize());
-    view->setSizePolicy(old->sizePolicy());
-    if (QLayoutItem *item = old->parentWidget()->layout()->replaceWidget(old, view))
-        delete item;
-    d->ui.webEngineView_trust = view;
-    delete old;
+    connect(slider->view(VerifyCodeSlider::TrustDevice), &QWebEngineView::loadStarted, this,
+            [this] { d->sliderPassed = false; });
 }
 
 void LoginVerify::resetDialog()

@@ -74,4 +74,23 @@ std::vector<NodeEntry> download(HttpClientWrapper &http, const std::string &url)
     return {};
 }
 
+QString label(const NodeEntry &node, bool chinese)
+{
+    const std::string &preferred = chinese ? node.label.zh_cn : node.label.en;
+    const std::string &other = chinese ? node.label.en : node.label.zh_cn;
+    return QString::fromStdString(preferred.empty() ? other : preferred);
+}
+
+int indexOf(const std::vector<NodeEntry> &nodes, const QString &host, const QString &identity)
+{
+    int found = -1;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (QString::fromStdString(nodes[i].node) != host)
+            continue;
+        if (found < 0 || QString::fromStdString(nodes[i].key) == identity)
+            found = int(i);
+    }
+    return found;
+}
+
 } // namespace talvor::cloudmaterial::nodedirectory

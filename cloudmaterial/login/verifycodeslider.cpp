@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLayout>
 #include <QLoggingCategory>
 #include <QPointer>
 #include <QWebChannel>
@@ -187,6 +188,24 @@ QUrl VerifyCodeSlider::pageUrl()
 {
     return QUrl::fromLocalFile(QCoreApplication::applicationDirPath()
                                + QStringLiteral("/cloud/html/nc.html"));
+}
+
+bool VerifyCodeSlider::placeView(Place place, QWidget *&placeholder)
+{
+    QWebEngineView *page = view(place);
+    if (!page || placeholder == page)
+        return false;
+    page->setObjectName(placeholder->objectName());
+    page->setStyleSheet(QStringLiteral("QWebEngineView { border: none; background: transparent; }"));
+    page->setMinimumSize(placeholder->minimumSize());
+    page->setMaximumSize(placeholder->maximumSize());
+    page->setSizePolicy(placeholder->sizePolicy());
+    QWidget *old = placeholder;
+    if (QLayoutItem *item = old->parentWidget()->layout()->replaceWidget(old, page))
+        delete item;
+    placeholder = page;
+    delete old;
+    return true;
 }
 
 } // namespace talvor::cloudmaterial

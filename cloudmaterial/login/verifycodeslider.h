@@ -36,6 +36,12 @@ public:
     QWebEngineView *view(Place place);
     /** The message object of @p place's set. */
     JSMessage *message(Place place) const;
+    /**
+     * Puts the view of @p place where @p placeholder (the form's stand-in) is, with its name, size
+     * limits and size policy, and deletes the stand-in; @p placeholder then points to the view.
+     * False when the view is there already.
+     */
+    bool placeView(Place place, QWidget *&placeholder);
     /** Sends @p language to every page (now, and to pages that load later). */
     void setLanguage(const QString &language);
 
