@@ -1,18 +1,15 @@
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 
+#include "cloudmaterial/cloudmateriallist/materialfolder.h"
 #include "cloudmaterial/cloudmateriallist/medialistrequest.h"
 #include "cloudmaterial/cloudmateriallist/thumbnailcache.h"
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/logging.h"
-#include "cloudmaterial/protocol/filedownloader.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/protocol/reachability.h"
 #include "cloudmaterial/sessionticket.h"
 #include "cloudmaterial/workerpool.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QPointer>
 #include <QTimer>
@@ -20,7 +17,6 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
-#include <map>
 #include <unordered_set>
 #include <utility>
 
@@ -78,13 +74,6 @@ public:
         DownloadStatus status = NotAllowed;
     };
 
-    // One per file of the folder: two downloads into one ".temp" would spoil it.
-    struct Transfer
-    {
-        std::string address;
-        std::vector<std::string> askers; // material ids, each answered once when it ends
-    };
-
     Private(CloudMaterialController *q, HttpClientWrapper *http, const CurrentNode *node)
         : q(q)
         , http(http)
@@ -94,7 +83,6 @@ public:
     }
 
     void onUpdateFileIsExist(const std::string &id, const std::string &name, bool exists);
-    void onDownloadFile(const std::string &address, const std::string &id, const std::string &name);
     void onUpdateFileIsDownload(const std::string &id, const std::string &name, bool downloaded);
 
     // Queues a refresh; with followNewMaterials, one that adds materials is followed by the next.
@@ -103,8 +91,6 @@ public:
     bool applyCatalogue(const MediaListResult &fetched, const SessionTicket &ticket);
     void verifyThenDownload(const std::string &id);
     void startDownload(const std::string &id);
-    void finishTransfer(const std::string &name, DownloadStatus status, bool stopped);
-    void checkFile(const std::string &id, const std::string &name, const SessionTicket &ticket);
     void ensureThumbnail(const MediaInfo &media, bool announce)
     {
         thumbnails.ensure(media.mid, media.media_entity.thumb_image_url, session.ticket(), announce);
@@ -115,7 +101,6 @@ public:
         auto it = std::find_if(media.begin(), media.end(), [&](const StoredMedia &m) { return m.info.mid == id; });
         return it == media.end() ? nullptr : &*it;
     }
-    std::string localPath(const std::string &name) const { return materialFolder + "/" + name; }
 
     // Work still under way for the old session drops its results; thumbnails are asked anew.
     void restartSession(bool begin)
@@ -132,64 +117,29 @@ public:
             Q_EMIT q->catalogueStateChanged(next);
     }
 
-    // For work on the controller's own pools only: they are joined before this object goes,
-    // so it is always there to post to; what is still queued then is dropped with it.
-    template<typename Function>
-    void post(Function function)
-    {
-        QMetaObject::invokeMethod(this, std::move(function), Qt::QueuedConnection);
-    }
-
     CloudMaterialController *const q;
     HttpClientWrapper *const http;
     const CurrentNode *const node;
     std::shared_ptr<WorkerPool> pool;
 
     std::string token;
-    std::string materialFolder;
     bool servedByProxy = false;
     std::function<void(const std::string &, QDrag *)> starDragCallback;
 
     std::vector<StoredMedia> media;
-    std::map<std::string, Transfer> transfers; // by file name
     CatalogueState state = CatalogueState::LoggedOut;
+    MaterialFolder folder;
     ThumbnailCache thumbnails;
 
     Session session; // the login's
-    Session life;    // ended by shutdown(): downloads and the group's look-ups stop with it
+    Session life;    // ended by shutdown(): the group's look-ups stop with it
     bool shutDown = false;
     // Where refreshes on the shared pool, which may outlive this object, hand their results:
     // they hold it, it is deleted on this thread once none needs it.
     std::shared_ptr<QObject> inbox{new QObject, [](QObject *object) { object->deleteLater(); }};
 
     QTimer refreshTimer;
-    // File look-ups get a thread of their own, so that an existence answer never waits for a
-    // catalogue request or a transfer.
-    WorkerPool lookupPool{1};
-    // Downloads take their own threads, so a long one holds up neither a refresh nor the
-    // next download.
-    WorkerPool downloadPool{2};
 };
-
-void CloudMaterialController::Private::checkFile(const std::string &id, const std::string &name,
-                                                 const SessionTicket &ticket)
-{
-    if (shutDown)
-        return;
-    lookupPool.enqueue([this, id, name, path = QString::fromStdString(localPath(name)), ticket] {
-        if (!ticket.isLive())
-            return;
-        bool exists = false;
-        if (isSafeFileName(name)) {
-            qCDebug(lcMaterials).noquote() << "looking for" << path;
-            exists = QFileInfo(path).isFile();
-        }
-        post([this, id, name, exists, ticket] {
-            if (!shutDown && ticket.isLive())
-                Q_EMIT q->sigFileExistStatusChanged(id, name, exists);
-        });
-    });
-}
 
 void CloudMaterialController::Private::onUpdateFileIsExist(const std::string &id, const std::string &, bool exists)
 {
@@ -204,20 +154,14 @@ void CloudMaterialController::Private::onUpdateFileIsExist(const std::string &id
 
 void CloudMaterialController::Private::verifyThenDownload(const std::string &id)
 {
-    const StoredMedia *m = find(id);
-    lookupPool.enqueue([this, id, path = QString::fromStdString(localPath(m->info.mediaName)), alive = life.ticket()] {
-        if (!alive.isLive())
+    folder.whenChecked(find(id)->info.mediaName, [this, id](bool present) {
+        const StoredMedia *m = shutDown ? nullptr : find(id);
+        if (!m)
             return;
-        const bool present = QFileInfo(path).isFile();
-        post([this, id, present] {
-            const StoredMedia *m = shutDown ? nullptr : find(id);
-            if (!m)
-                return;
-            if (present && m->status == Successed)
-                RXCM_LOG_INFO("{} is already in the material folder; not downloading it again", id);
-            else
-                startDownload(id);
-        });
+        if (present && m->status == Successed)
+            RXCM_LOG_INFO("{} is already in the material folder; not downloading it again", id);
+        else
+            startDownload(id);
     });
 }
 
@@ -237,70 +181,6 @@ void CloudMaterialController::Private::startDownload(const std::string &id)
     Q_EMIT q->sigDownloadFile(address, id, name);
 }
 
-void CloudMaterialController::Private::onDownloadFile(const std::string &address, const std::string &id,
-                                                      const std::string &name)
-{
-    if (shutDown)
-        return;
-    const auto refuse = [this, id, name] {
-        post([this, id, name] {
-            if (!shutDown)
-                Q_EMIT q->sigDownloadFileStatusChanged(id, name, false);
-        });
-    };
-    if (!isSafeFileName(name)) {
-        RXCM_LOG_WARN("refused to download {}: the file name \"{}\" would leave the material folder", id, name);
-        refuse();
-        return;
-    }
-    const auto running = transfers.find(name);
-    if (running != transfers.end()) {
-        Transfer &transfer = running->second;
-        if (transfer.address != address) {
-            RXCM_LOG_WARN("refused to download {}: \"{}\" is being downloaded from another address", id, name);
-            refuse();
-        } else if (std::find(transfer.askers.begin(), transfer.askers.end(), id) == transfer.askers.end()) {
-            transfer.askers.push_back(id);
-        }
-        return;
-    }
-    transfers.emplace(name, Transfer{address, {id}});
-    downloadPool.enqueue([this, address, name, path = QString::fromStdString(localPath(name)), alive = life.ticket()] {
-        DownloadStatus status = Failed;
-        bool stopped = !alive.isLive();
-        if (!stopped && QFileInfo(path).isFile()) {
-            // Already there (downloaded before, or by another machine's request): fetching it
-            // again would leave a ".temp" beside it that spoils every later download.
-            status = Successed;
-        } else if (!stopped) {
-            FileDownloader downloader;
-            downloader.setStopCondition([alive] { return !alive.isLive(); });
-            QObject::connect(&downloader, &FileDownloader::progress, &downloader,
-                             [this, name](qint64 received, qint64 total) {
-                                 post([this, name, received, total] {
-                                     const auto it = shutDown ? transfers.end() : transfers.find(name);
-                                     if (it == transfers.end())
-                                         return;
-                                     for (const std::string &asker : it->second.askers)
-                                         Q_EMIT q->materialDownloadProgress(asker, received, total);
-                                 });
-                             });
-            status = downloader.download(address, path);
-            stopped = downloader.wasStopped();
-        }
-        post([this, name, status, stopped] { finishTransfer(name, status, stopped); });
-    });
-}
-
-void CloudMaterialController::Private::finishTransfer(const std::string &name, DownloadStatus status, bool stopped)
-{
-    auto ended = transfers.extract(name);
-    if (ended.empty() || stopped || shutDown)
-        return; // stopped by shutdown(): not a failure, and nobody is told
-    for (const std::string &id : ended.mapped().askers)
-        Q_EMIT q->sigDownloadFileStatusChanged(id, name, status == Successed);
-}
-
 void CloudMaterialController::Private::onUpdateFileIsDownload(const std::string &id, const std::string &name,
                                                               bool downloaded)
 {
@@ -313,7 +193,7 @@ void CloudMaterialController::Private::onUpdateFileIsDownload(const std::string 
     }
     const DownloadStatus status = downloaded ? Successed : Failed;
     m->status = status;
-    const std::string path = localPath(name);
+    const std::string path = folder.filePath(name);
     if (downloaded) {
         RXCM_LOG_INFO("download success, url: {}", path);
         Q_EMIT q->sigDownloadSuccess(id, path);
@@ -393,6 +273,10 @@ CloudMaterialController::~CloudMaterialController()
 
 void CloudMaterialController::init()
 {
+    connect(&d->folder, &MaterialFolder::fileChecked, this, &CloudMaterialController::sigFileExistStatusChanged);
+    connect(&d->folder, &MaterialFolder::transferFinished, this,
+            &CloudMaterialController::sigDownloadFileStatusChanged);
+    connect(&d->folder, &MaterialFolder::transferProgress, this, &CloudMaterialController::materialDownloadProgress);
     connect(&d->thumbnails, &ThumbnailCache::thumbnailReady, d.get(),
             [this](const std::string &id, const std::string &path) {
                 if (d->find(id))
@@ -404,14 +288,14 @@ void CloudMaterialController::init()
     connect(this, &CloudMaterialController::sigDownloadFile, d.get(),
             [this](const std::string &address, const std::string &id, const std::string &name) {
                 if (!d->servedByProxy)
-                    d->onDownloadFile(address, id, name);
+                    d->folder.download(address, id, name);
             });
     connect(this, &CloudMaterialController::sigDownloadFileStatusChanged, d.get(),
             [this](const std::string &id, const std::string &name, bool ok) { d->onUpdateFileIsDownload(id, name, ok); });
     connect(this, &CloudMaterialController::sigCloudFileIsExist, d.get(),
             [this](const std::string &id, const std::string &name) {
                 if (!d->servedByProxy)
-                    d->checkFile(id, name, d->session.ticket());
+                    d->folder.lookFor(id, name, d->session.ticket());
             });
     connect(this, &CloudMaterialController::sigFileExistStatusChanged, d.get(),
             [this](const std::string &id, const std::string &name, bool exists) {
@@ -457,13 +341,13 @@ std::string CloudMaterialController::token() const
 
 void CloudMaterialController::setCloudMaterialFolderPath(const std::string &folder)
 {
-    d->materialFolder = folder;
+    d->folder.setPath(folder);
     d->thumbnails.setMaterialFolder(folder);
 }
 
 std::string CloudMaterialController::cloudMaterialFolderPath() const
 {
-    return d->materialFolder;
+    return d->folder.path();
 }
 
 void CloudMaterialController::setServedByProxy(bool servedByProxy)
@@ -572,7 +456,7 @@ void CloudMaterialController::downloadMaterial(const std::string &id)
 
 void CloudMaterialController::lookForFile(const std::string &id, const std::string &name)
 {
-    d->checkFile(id, name, d->life.ticket());
+    d->folder.lookFor(id, name, d->life.ticket());
 }
 
 bool CloudMaterialController::material(const std::string &id, CloudMaterialModel &model) const
@@ -596,19 +480,9 @@ std::vector<CloudMaterialModel> CloudMaterialController::materials() const
 bool CloudMaterialController::removeLocalCopy(const std::string &id)
 {
     Private::StoredMedia *m = d->find(id);
-    if (d->servedByProxy || d->shutDown || !m || m->status == Downloading || !isSafeFileName(m->info.mediaName))
+    if (d->servedByProxy || d->shutDown || !m || m->status == Downloading || !d->folder.removeCopy(m->info.mediaName))
         return false;
-    const QString path = QString::fromStdString(d->localPath(m->info.mediaName));
-    // A failed download's ".temp" would be appended to by the next one and spoil it: removing
-    // it is the way back from a failure.
-    for (const QString &file : {path, path + QStringLiteral(".temp")}) {
-        if (QFileInfo(file).isFile() && !QFile::remove(file)) {
-            qCWarning(lcMaterials).noquote() << "could not remove the local copy" << file;
-            return false;
-        }
-    }
     m->status = Allowed;
-    qCInfo(lcMaterials).noquote() << "removed the local copy" << path;
     Q_EMIT materialDownloadStatusChanged(id, Allowed);
     return true;
 }
@@ -641,22 +515,8 @@ void CloudMaterialController::shutdown()
     d->refreshTimer.stop();
     d->session.end();
     d->life.end();
-    // Running transfers notice within FileDownloader::stopPollMs; what is queued returns at once.
-    d->downloadPool.stop();
+    d->folder.shutdown();
     d->thumbnails.shutdown();
-    d->lookupPool.stop();
-}
-
-bool CloudMaterialController::isSafeFileName(const std::string &name)
-{
-    if (name.empty() || name == "." || name == "..")
-        return false;
-    if (name.find_first_of(std::string("/\\\0", 3)) != std::string::npos)
-        return false;
-    // "C:name" is relative to a drive's current folder on Windows.
-    if (name.size() >= 2 && name[1] == ':')
-        return false;
-    return !QDir::isAbsolutePath(QString::fromStdString(name));
 }
 
 } // namespace talvor::cloudmaterial

@@ -123,9 +123,6 @@ public:
      */
     void shutdown();
 
-    /** True for a plain file name that stays inside the material folder. */
-    static bool isSafeFileName(const std::string &name);
-
 Q_SIGNALS:
     void addMaterials(const std::vector<CloudMaterialModel> &models);
     void deleteMaterials(const std::vector<std::string> &ids);
