@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cloudmaterial/protocol/downloadstatus.h"
 #include "cloudmaterial/stdstringmetatype_p.h"
 
 #include <QMetaType>
@@ -9,15 +10,6 @@
 #include <vector>
 
 namespace talvor::cloudmaterial {
-
-/** A material's local copy, and the outcome of a download. */
-enum DownloadStatus : std::int32_t {
-    NotAllowed = 0,  // not approved: may not be downloaded
-    Allowed = 1,     // may be downloaded; no local copy
-    Downloading = 2,
-    Successed = 3,   // the local file is complete
-    Failed = 4,
-};
 
 /** The cloud's review state of a material, carried as the cloud's own number. */
 enum ApprovalStatus : std::int32_t {

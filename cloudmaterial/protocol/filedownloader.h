@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cloudmaterial/cloudmateriallist/cloudmaterialmodel.h"
+#include "cloudmaterial/protocol/downloadstatus.h"
 
 #include <QObject>
 #include <QString>
