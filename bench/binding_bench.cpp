@@ -20,8 +20,8 @@
 #include "sockets/tcpnodelay.h"
 #include "cloudmaterial/workerpool.h"
 
-#include "support/cloudsimfixture.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/cloudsim.h"
+#include "localcloud/mosquitto.h"
 
 #include <pwspdlog/spdlogapplication.h>
 

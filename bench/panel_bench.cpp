@@ -28,7 +28,7 @@
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/workerpool.h"
 
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -17,7 +17,7 @@
 
 #ifdef RXCM_BENCH_GROUP_CHANNEL
 #include "groupruntime.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -2,8 +2,10 @@
 
 #include "samplemedia.h"
 
+#include "localcloud/cloudsim.h"
+#include "localcloud/mosquitto.h"
+
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -11,32 +13,10 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QSslCertificate>
-#include <QSslConfiguration>
 #include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 
 namespace {
-
-const QString mosquittoProgram = QStringLiteral("/usr/sbin/mosquitto");
-
-int freePort()
-{
-    QTcpServer server;
-    if (!server.listen(QHostAddress::LocalHost, 0))
-        return 0;
-    return server.serverPort();
-}
-
-bool accepts(int port)
-{
-    QTcpSocket socket;
-    socket.connectToHost(QHostAddress::LocalHost, quint16(port));
-    return socket.waitForConnected(200);
-}
 
 // Materials of all four kinds (0 picture, 1 video, 2 audio, 3 document); most approved, a
 // few pending ("1") or rejected ("3") so their states show in the panel.
@@ -123,112 +103,34 @@ QByteArray scenario(const QString &mediaFolder, int cloudPort)
         .toJson();
 }
 
-void terminate(QProcess &process)
-{
-    if (process.state() == QProcess::NotRunning)
-        return;
-    process.terminate();
-    if (!process.waitForFinished(15000)) {
-        process.kill();
-        process.waitForFinished(5000);
-    }
-}
-
 } // namespace
 
 class LocalCloud::Private
 {
 public:
-    bool startBroker();
     bool startCloudSim();
     bool writeConfig(const QString &configFolder);
 
     QTemporaryDir dir;
-    QProcess broker;
-    QProcess cloudsim;
-    int brokerPort = 0;
-    int cloudPort = 0;
-    QString caFile;
+    Mosquitto broker;
+    CloudSim cloud;
     QString error;
 };
 
-bool LocalCloud::Private::startBroker()
-{
-    // A port found free may be taken before mosquitto binds it; then try another.
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        brokerPort = freePort();
-        if (brokerPort == 0)
-            continue;
-        const QString confPath = dir.filePath(QStringLiteral("mosquitto.conf"));
-        QFile conf(confPath);
-        if (!conf.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            break;
-        conf.write(QStringLiteral("listener %1 127.0.0.1\nallow_anonymous true\nset_tcp_nodelay true\n").arg(brokerPort).toUtf8());
-        conf.close();
-        broker.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        broker.setStandardOutputFile(QProcess::nullDevice());
-        broker.start(mosquittoProgram, {QStringLiteral("-c"), confPath});
-        if (!broker.waitForStarted(10000)) {
-            error = QStringLiteral("mosquitto did not start: ") + broker.errorString();
-            return false;
-        }
-        QDeadlineTimer deadline(10000);
-        while (!deadline.hasExpired() && broker.state() == QProcess::Running) {
-            if (accepts(brokerPort))
-                return true;
-            broker.waitForFinished(100);
-        }
-        terminate(broker);
-    }
-    error = QStringLiteral("mosquitto did not listen");
-    return false;
-}
-
 bool LocalCloud::Private::startCloudSim()
 {
-    const QString scenarioPath = dir.filePath(QStringLiteral("scenario.json"));
-    QFile file(scenarioPath);
     // The thumbnails' addresses name the port, so it is chosen here rather than by cloudsim.
-    const int port = freePort();
-    const QByteArray json = scenario(dir.filePath(QStringLiteral("media")), port);
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size()) {
-        error = QStringLiteral("cannot write ") + scenarioPath;
+    QTcpServer probe;
+    if (!probe.listen(QHostAddress::LocalHost, 0)) {
+        error = QStringLiteral("no free port for cloudsim");
         return false;
     }
-    file.close();
-    cloudsim.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    cloudsim.start(QCoreApplication::applicationDirPath() + QStringLiteral("/cloudsim"),
-                   {QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--port"), QString::number(port),
-                    QStringLiteral("--exit-with-parent"),
-                    QStringLiteral("--mqtt"), QStringLiteral("tcp://127.0.0.1:%1").arg(brokerPort)});
-    if (!cloudsim.waitForStarted(30000)) {
-        error = QStringLiteral("cloudsim did not start: ") + cloudsim.errorString();
-        return false;
-    }
-    // Generous: making the certificates takes a while on a busy machine.
-    static const QRegularExpression ready(QStringLiteral("^cloudsim ready port=(\\d+) ca=(.+)$"));
-    QDeadlineTimer deadline(30000);
-    while (!deadline.hasExpired()) {
-        if (!cloudsim.canReadLine()) {
-            if (cloudsim.state() != QProcess::Running)
-                break;
-            cloudsim.waitForReadyRead(int(qMax<qint64>(1, deadline.remainingTime())));
-            continue;
-        }
-        const auto match = ready.match(QString::fromUtf8(cloudsim.readLine()).trimmed());
-        if (!match.hasMatch())
-            continue;
-        cloudPort = match.captured(1).toInt();
-        caFile = match.captured(2);
-        const auto certificates = QSslCertificate::fromPath(match.captured(2), QSsl::Pem);
-        if (certificates.isEmpty())
-            break;
-        // The module leaves TLS settings to its host.
-        QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
-        configuration.addCaCertificates(certificates);
-        QSslConfiguration::setDefaultConfiguration(configuration);
+    CloudSim::Options options;
+    options.port = probe.serverPort();
+    options.mqttUrl = broker.url();
+    probe.close();
+    if (cloud.start(scenario(dir.filePath(QStringLiteral("media")), options.port), options))
         return true;
-    }
     error = QStringLiteral("cloudsim did not report ready");
     return false;
 }
@@ -240,7 +142,7 @@ bool LocalCloud::Private::writeConfig(const QString &configFolder)
         error = QStringLiteral("cannot create ") + cloudFolder;
         return false;
     }
-    const QString base = QStringLiteral("https://127.0.0.1:%1").arg(cloudPort);
+    const QString base = QStringLiteral("https://") + cloud.host();
     const QJsonObject config{{QStringLiteral("nodes"), base + QStringLiteral("/nodes.json")},
                              {QStringLiteral("mqttControl"), base + QStringLiteral("/mqtt/control/v1/")}};
     QFile file(cloudFolder + QStringLiteral("/config.json"));
@@ -268,14 +170,18 @@ bool LocalCloud::start(const QString &configFolder)
         d->error = QStringLiteral("no temporary folder");
         return false;
     }
-    return d->startBroker() && d->startCloudSim() && d->writeConfig(configFolder);
+    if (!d->broker.start()) {
+        d->error = QStringLiteral("mosquitto did not start");
+        return false;
+    }
+    return d->startCloudSim() && d->writeConfig(configFolder);
 }
 
 void LocalCloud::stop()
 {
     // cloudsim first: it is the broker's client.
-    terminate(d->cloudsim);
-    terminate(d->broker);
+    d->cloud.stop();
+    d->broker.stop();
 }
 
 QString LocalCloud::error() const
@@ -285,15 +191,15 @@ QString LocalCloud::error() const
 
 QString LocalCloud::brokerUrl() const
 {
-    return QStringLiteral("tcp://127.0.0.1:%1").arg(d->brokerPort);
+    return d->broker.url();
 }
 
 QString LocalCloud::cloudUrl() const
 {
-    return QStringLiteral("https://127.0.0.1:%1").arg(d->cloudPort);
+    return d->cloud.url(QString());
 }
 
 QString LocalCloud::caFile() const
 {
-    return d->caFile;
+    return d->cloud.caFile();
 }

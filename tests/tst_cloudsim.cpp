@@ -4,9 +4,9 @@
 
 #include "cloudmaterial/login/loginkeys.h"
 #include "support/cloudclient.h"
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 #include "support/generatedcontent.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 #include "support/testrsa.h"
 
 #include <QtTest>

@@ -9,7 +9,7 @@
 #include "cloudmaterial/devicebinding/devicetopics.h"
 #include "cloudmaterial/stdstringmetatype_p.h"
 #include "support/logcapture.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 
 #include <mqtt/async_client.h>
 

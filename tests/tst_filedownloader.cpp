@@ -3,7 +3,7 @@
 
 #include "cloudmaterial/protocol/filedownloader.h"
 #include "cloudmaterial/workerpool.h"
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 #include "support/generatedcontent.h"
 #include "support/logcapture.h"
 #include "support/modulelog.h"

@@ -1,5 +1,5 @@
 #include "groupruntime.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 
 #include <QTest>
 #include <QUuid>

@@ -3,8 +3,8 @@
 // from its own bin/ folder, with a configuration folder that holds a saved session. It must
 // resume the session against the local cloud and bring the device online on a real broker.
 
-#include "support/cloudsimfixture.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/cloudsim.h"
+#include "localcloud/mosquitto.h"
 
 #include <QtTest>
 

@@ -4,9 +4,9 @@
 // Download pressed twice, and a seeded stress that mixes these with the cloud's unbinding and
 // broker restarts. Set RXCM_STRESS_SEED to replay a run; the seed is printed by every run.
 
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 #include "support/generatedcontent.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 
 #include <QtTest>
 

@@ -15,7 +15,7 @@
 #include "cloudmaterial/workerpool.h"
 
 #include "support/cloudclient.h"
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 #include "support/freshlogin.h"
 #include "support/logcapture.h"
 #include "support/modulelog.h"

@@ -9,9 +9,9 @@
 #include "cloudmaterial/maincontrollerwrapper.h"
 #include "cloudmaterial/workerpool.h"
 
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 #include "support/logcapture.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 
 #include <QtTest>
 

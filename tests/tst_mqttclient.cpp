@@ -5,7 +5,7 @@
 #include "cloudmaterial/protocol/mqttclientwrapper.h"
 #include "support/logcapture.h"
 #include "support/modulelog.h"
-#include "support/mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -15,7 +15,7 @@
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
 
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 
 
 #include <QtTest>

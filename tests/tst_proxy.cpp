@@ -16,7 +16,7 @@
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/workerpool.h"
 
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 #include "support/fakeruntime.h"
 #include "support/generatedcontent.h"
 #include "support/logcapture.h"

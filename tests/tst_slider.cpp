@@ -6,7 +6,7 @@
 #include "cloudmaterial/login/loginverify.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "support/cloudclient.h"
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 
 #include <QtTest>
 

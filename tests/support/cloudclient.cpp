@@ -1,6 +1,6 @@
 #include "support/cloudclient.h"
 
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 
 #include <QJsonDocument>
 #include <QNetworkAccessManager>

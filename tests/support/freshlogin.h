@@ -5,7 +5,7 @@
 // Header only; used on the test's GUI thread.
 
 #include "support/cloudclient.h"
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 
 #include <QCryptographicHash>
 #include <QJsonObject>

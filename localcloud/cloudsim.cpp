@@ -1,4 +1,4 @@
-#include "support/cloudsimfixture.h"
+#include "localcloud/cloudsim.h"
 
 #include <QDebug>
 #include <QDeadlineTimer>
@@ -72,6 +72,11 @@ CloudSim::~CloudSim()
 
 bool CloudSim::start(const QByteArray &scenarioJson)
 {
+    return start(scenarioJson, Options());
+}
+
+bool CloudSim::start(const QByteArray &scenarioJson, const Options &options)
+{
     stop();
     d->dir = std::make_unique<QTemporaryDir>();
     if (!d->dir->isValid())
@@ -85,8 +90,12 @@ bool CloudSim::start(const QByteArray &scenarioJson)
     d->process = std::make_unique<QProcess>();
     // Its diagnostics belong in the test's output.
     d->process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    d->process->start(QStringLiteral(RXCM_CLOUDSIM_PATH),
-                      {QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--exit-with-parent")});
+    QStringList arguments{QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--exit-with-parent")};
+    if (options.port)
+        arguments << QStringLiteral("--port") << QString::number(options.port);
+    if (!options.mqttUrl.isEmpty())
+        arguments << QStringLiteral("--mqtt") << options.mqttUrl;
+    d->process->start(QStringLiteral(RXCM_CLOUDSIM_PATH), arguments);
     if (!d->process->waitForStarted(30000)) {
         qWarning() << "cloudsim did not start:" << d->process->errorString();
         d->process.reset();
@@ -114,7 +123,7 @@ bool CloudSim::start(const QByteArray &scenarioJson)
             qWarning() << "cloudsim wrote no usable CA file at" << d->caFile;
             break;
         }
-        // The library leaves TLS settings alone, so the host (here: the test) trusts the CA.
+        // The library leaves TLS settings to its host, which here trusts the local cloud.
         QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
         configuration.addCaCertificates(certificates);
         QSslConfiguration::setDefaultConfiguration(configuration);

@@ -9,10 +9,10 @@
 #include <memory>
 
 /**
- * Runs the local cloud (build/bin/cloudsim) for a test, on a port the system chooses, and
- * makes the whole test process trust the CA it generated, so that plain Qt network code
- * talks to it over real TLS. The scenario format and the endpoints are in docs/protocol.md.
- * The control helpers block until cloudsim answers.
+ * Runs the local cloud (build/bin/cloudsim) on a loopback port, and makes the whole process trust
+ * the CA it generated, so that plain Qt network code talks to it over real TLS. The scenario
+ * format and the endpoints are in docs/protocol.md. The control helpers block until cloudsim
+ * answers. Used on one thread, the one that made it.
  */
 class CloudSim
 {
@@ -22,8 +22,15 @@ public:
     CloudSim(const CloudSim &) = delete;
     CloudSim &operator=(const CloudSim &) = delete;
 
+    struct Options
+    {
+        int port = 0;     // 0: the system chooses
+        QString mqttUrl;  // the broker of the device service; empty: the scenario's
+    };
+
     /** Starts cloudsim on @p scenarioJson (a running one is stopped first). */
     bool start(const QByteArray &scenarioJson);
+    bool start(const QByteArray &scenarioJson, const Options &options);
     /** SIGTERM, then a kill if it does not end. Returns true if it ended by itself. */
     bool stop();
     bool isRunning() const;

@@ -7,7 +7,7 @@
 #include <memory>
 
 /**
- * A mosquitto broker of the test's own on free loopback ports, with a persistence folder of its
+ * A mosquitto broker of the process's own on free loopback ports, with a persistence folder of its
  * own (retained messages and wills survive restart()) and optionally a TLS listener whose
  * self-signed certificate no client can verify. Its log goes to mosquitto.log in the temp folder.
  */

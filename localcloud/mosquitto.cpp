@@ -1,4 +1,4 @@
-#include "mosquittofixture.h"
+#include "localcloud/mosquitto.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -83,7 +83,7 @@ bool Mosquitto::writeConfig()
         return false;
     QByteArray text;
     text += "per_listener_settings false\nallow_anonymous true\n";
-    // Small MQTT packets must not wait for delayed ACKs (see tcpnodelay.h).
+    // Small MQTT packets must not wait for delayed ACKs (see sockets/tcpnodelay.h).
     text += "set_tcp_nodelay true\n";
     // As root mosquitto would switch to its own user, which cannot read this private folder.
     if (::geteuid() == 0)
