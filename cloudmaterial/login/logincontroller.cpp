@@ -46,7 +46,9 @@ const char *logTextOf(int result)
 // The DNS look-up's error line, for both kinds of exception; a macro, so that the line names the
 // look-up's function. Its last character was cut in two when it was first stored, and log readers
 // match the stored bytes: "异常" ends after the first two bytes of "常".
+// clang-format off
 #define RXCM_LOG_DNS_EXCEPTION(what) RXCM_LOG_ERROR("获取 DNS 地址时发生异" "\xE5\xB8" "? {}", what)
+// clang-format on
 
 class LoginController::Private
 {
@@ -111,9 +113,8 @@ void LoginController::Private::askSecondFactor(const LoginInfo &info)
 
 void LoginController::Private::connectDialogs()
 {
-    QObject::connect(loginDialog, &LoginDlalog::sigLogin, q, [this](const LoginInfo &info) {
-        return q->handleLogin(info);
-    });
+    QObject::connect(loginDialog, &LoginDlalog::sigLogin, q,
+                     [this](const LoginInfo &info) { return q->handleLogin(info); });
     QObject::connect(loginDialog, &LoginDlalog::sigGetCode, q, [this](const AliVerifyCodeInfo &info) {
         const bool accepted = q->requestVerifyCode(info);
         askSliderAgain(VerifyCodeSlider::CodeLogin);
