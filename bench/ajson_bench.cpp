@@ -32,7 +32,7 @@ struct MediaEntity
     std::string duration_time;
     std::string video_support_platform;
 };
-AJSON(MediaEntity, mid, size, height, width, thumb_image_url,unique, duration_time,video_support_platform)
+AJSON(MediaEntity, mid, size, height, width, thumb_image_url, unique, duration_time, video_support_platform)
 
 struct Media
 {
@@ -50,8 +50,8 @@ struct Media
     std::string pictureAddress;
     std::string pictureDafaultAddress;
 };
-AJSON(Media, mid, oid, create_uid, approvalStatus, mediaName, mediaType,media_entity , workgroup,
-      isMediaSupported, ossDir, bigPictureAddress, pictureAddress, pictureDafaultAddress)
+AJSON(Media, mid, oid, create_uid, approvalStatus, mediaName, mediaType, media_entity, workgroup, isMediaSupported,
+      ossDir, bigPictureAddress, pictureAddress, pictureDafaultAddress)
 
 struct MediaListData
 {
@@ -69,15 +69,15 @@ struct MediaListReply
 AJSON(MediaListReply, http_code, data, status)
 
 // nlohmann/json finds these by argument-dependent lookup.
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MediaEntity, mid, size, height, width, thumb_image_url, unique,
-                                   duration_time, video_support_platform)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Media, mid, oid, create_uid, approvalStatus, mediaName,
-                                   mediaType, media_entity, workgroup, isMediaSupported, ossDir,
-                                   bigPictureAddress, pictureAddress, pictureDafaultAddress)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MediaEntity, mid, size, height, width, thumb_image_url, unique, duration_time,
+                                   video_support_platform)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Media, mid, oid, create_uid, approvalStatus, mediaName, mediaType, media_entity,
+                                   workgroup, isMediaSupported, ossDir, bigPictureAddress, pictureAddress,
+                                   pictureDafaultAddress)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MediaListData, count, mediaList)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MediaListReply, http_code, data, status)
 
-}  // namespace catalogue
+} // namespace catalogue
 
 namespace {
 
@@ -100,10 +100,12 @@ std::string hexId(unsigned seed, int length)
 // A first page of the catalogue as the cloud returns it: 50 media, newest first.
 MediaListReply makeReply()
 {
-    static const char *const names[] = {
-        "\xE5\xAE\xA3\xE4\xBC\xA0\xE7\x89\x87",  // promotional film
-        "lobby-loop", "Spring campaign", "\xE6\xB5\xB7\xE6\x8A\xA5",  // poster
-        "menu board", "welcome"};
+    static const char *const names[] = {"\xE5\xAE\xA3\xE4\xBC\xA0\xE7\x89\x87", // promotional film
+                                        "lobby-loop",
+                                        "Spring campaign",
+                                        "\xE6\xB5\xB7\xE6\x8A\xA5", // poster
+                                        "menu board",
+                                        "welcome"};
     static const char *const extensions[] = {".mp4", ".jpg", ".png", ".mp3"};
     MediaListReply reply;
     reply.http_code = 200;
@@ -200,7 +202,7 @@ bool rapidRead(const std::string &text, MediaListReply &reply)
     return true;
 }
 
-template <class W>
+template<class W>
 void put(W &w, const char *key, const std::string &value)
 {
     w.Key(key);
@@ -261,7 +263,7 @@ volatile std::size_t sink;
 struct Subject
 {
     std::function<std::size_t()> run;
-    double best = 0.0;  // MB/s
+    double best = 0.0; // MB/s
 };
 
 // Throughput in MB/s of one round of at least `seconds`.
@@ -305,7 +307,7 @@ std::string ours(const MediaListReply &reply)
     std::exit(1);
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -333,8 +335,8 @@ int main(int argc, char **argv)
     if (ours(d) != text || ours(e) != text)
         fail("the writers disagree");
 
-    std::printf("catalogue reply: %zu media, %zu bytes; best of 5 rounds of %.2f s each\n",
-                reply.data.mediaList.size(), text.size(), seconds);
+    std::printf("catalogue reply: %zu media, %zu bytes; best of 5 rounds of %.2f s each\n", reply.data.mediaList.size(),
+                text.size(), seconds);
 #ifndef NDEBUG
     std::printf("note: built without NDEBUG; use a release build for figures that mean anything\n");
 #endif
@@ -342,25 +344,25 @@ int main(int argc, char **argv)
     const std::size_t n = text.size();
     std::vector<Subject> reads = {
         {[&] {
-             MediaListReply r;
-             ajson::load_from_buff(r, text.data(), text.size());
-             return r.data.mediaList.size();
-         }},
+            MediaListReply r;
+            ajson::load_from_buff(r, text.data(), text.size());
+            return r.data.mediaList.size();
+        }},
         {[&] {
-             MediaListReply r;
-             rapidRead(text, r);
-             return r.data.mediaList.size();
-         }},
+            MediaListReply r;
+            rapidRead(text, r);
+            return r.data.mediaList.size();
+        }},
         {[&] { return nlohmann::json::parse(text).get<MediaListReply>().data.mediaList.size(); }},
     };
     measure(seconds, n, reads);
     // Write rates are counted over the same byte count, so they compare records per second.
     std::vector<Subject> writes = {
         {[&] {
-             ajson::string_stream out;
-             ajson::save_to(out, reply);
-             return out.str().size();
-         }},
+            ajson::string_stream out;
+            ajson::save_to(out, reply);
+            return out.str().size();
+        }},
         {[&] { return rapidWrite(reply).size(); }},
         {[&] { return nlohmann::json(reply).dump().size(); }},
     };

@@ -17,8 +17,8 @@
 #include "cloudmaterial/maincontroller.h"
 #include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
-#include "sockets/tcpnodelay.h"
 #include "cloudmaterial/workerpool.h"
+#include "sockets/tcpnodelay.h"
 
 #include "localcloud/cloudsim.h"
 #include "localcloud/mosquitto.h"
@@ -85,9 +85,9 @@ double msSince(qint64 fromNs, qint64 toNs)
 enum Stage { MessagingStarted, AccountDecrypted, Connecting, BindingReplyHandled, StageCount };
 const std::array<const char *, StageCount> stagePrefixes{
     "mqtt client id: ", // handleMqtt began on the worker thread
-    "MQTT: ",           // DNS entry, RSA, authentication exchange and AES are done
+    "MQTT: ", // DNS entry, RSA, authentication exchange and AES are done
     "Connecting to the MQTT server...", // the player authorization is done too
-    "binding reply: ",  // the reply reached the controller on the GUI thread
+    "binding reply: ", // the reply reached the controller on the GUI thread
 };
 
 // Stamps the first line of each stage as it is written; reset before every run.
@@ -115,7 +115,7 @@ protected:
                 stamps[i] = now;
         }
     }
-    void flush_() override {}
+    void flush_() override { }
 
 private:
     std::array<qint64, StageCount> stamps{-1, -1, -1, -1};
@@ -134,7 +134,8 @@ public:
     };
 
     explicit Watcher(const QString &url)
-        : client(url.toStdString(), "binding-bench-" + QUuid::createUuid().toString(QUuid::Id128).left(12).toStdString(),
+        : client(url.toStdString(),
+                 "binding-bench-" + QUuid::createUuid().toString(QUuid::Id128).left(12).toStdString(),
                  static_cast<mqtt::iclient_persistence *>(nullptr))
     {
         client.set_message_callback([this](mqtt::const_message_ptr message) {
@@ -143,10 +144,13 @@ public:
                 std::lock_guard<std::mutex> lock(mutex);
                 arrivals.push_back({message->get_topic(), message->to_string(), now});
             }
-            QMetaObject::invokeMethod(&relay, [this] {
-                if (waiting)
-                    waiting->quit();
-            }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                &relay,
+                [this] {
+                    if (waiting)
+                        waiting->quit();
+                },
+                Qt::QueuedConnection);
         });
     }
 
@@ -225,8 +229,8 @@ private:
     mqtt::async_client client;
     std::mutex mutex;
     std::deque<Arrival> arrivals;
-    QObject relay;                  // lives on the GUI thread; wakes the waiting loop
-    QEventLoop *waiting = nullptr;  // touched on the GUI thread only
+    QObject relay; // lives on the GUI thread; wakes the waiting loop
+    QEventLoop *waiting = nullptr; // touched on the GUI thread only
 };
 
 void saveSession(const CloudSim &cloud)
@@ -294,13 +298,16 @@ int main(int argc, char **argv)
         return 1;
     }
     CloudSim cloud; // also makes this process trust its CA
-    const QJsonObject account{{QStringLiteral("token"), QStringLiteral("tok-1")}, {QStringLiteral("name"), QStringLiteral("ann")}};
+    const QJsonObject account{{QStringLiteral("token"), QStringLiteral("tok-1")},
+                              {QStringLiteral("name"), QStringLiteral("ann")}};
     if (!cloud.start(QJsonDocument(QJsonObject{{QStringLiteral("accounts"), QJsonArray{account}}}).toJson())) {
         std::fprintf(stderr, "cloudsim did not start\n");
         return 1;
     }
-    if (cloud.control("POST", QStringLiteral("/control/mqtt"),
-                      QJsonDocument(QJsonObject{{QStringLiteral("url"), broker.url()}})).isNull()) {
+    if (cloud
+            .control("POST", QStringLiteral("/control/mqtt"),
+                     QJsonDocument(QJsonObject{{QStringLiteral("url"), broker.url()}}))
+            .isNull()) {
         std::fprintf(stderr, "cloudsim's device service did not reach the broker\n");
         return 1;
     }
@@ -403,7 +410,9 @@ int main(int argc, char **argv)
                 if (a.topic != replyTopic)
                     return false;
                 const QJsonObject header = QJsonDocument::fromJson(QByteArray::fromStdString(a.payload))
-                                               .object().value(QStringLiteral("header")).toObject();
+                                               .object()
+                                               .value(QStringLiteral("header"))
+                                               .toObject();
                 return header.value(QStringLiteral("requestId")).toString().toStdString() == requestId;
             },
             waitLimitMs);

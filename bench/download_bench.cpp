@@ -178,9 +178,9 @@ std::optional<Transfer> downloadCurl(const QString &url, const QString &path, co
     QProcess curl;
     curl.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     // time_total runs from the start of the transfer to its end, like the child's timer.
-    curl.start(QStringLiteral("curl"), {QStringLiteral("-sS"), QStringLiteral("--cacert"), caFile,
-                                        QStringLiteral("-o"), path, QStringLiteral("-w"),
-                                        QStringLiteral("%{time_total}"), url});
+    curl.start(QStringLiteral("curl"),
+               {QStringLiteral("-sS"), QStringLiteral("--cacert"), caFile, QStringLiteral("-o"), path,
+                QStringLiteral("-w"), QStringLiteral("%{time_total}"), url});
     if (!curl.waitForFinished(600000) || curl.exitStatus() != QProcess::NormalExit || curl.exitCode() != 0) {
         std::fprintf(stderr, "curl failed: %s (exit code %d)\n", qPrintable(curl.errorString()), curl.exitCode());
         curl.kill();

@@ -44,11 +44,11 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
+#include <QSettings>
+#include <QStyledItemDelegate>
 #include <QTimer>
 #include <QUrl>
 #include <QWebEngineView>
-#include <QSettings>
-#include <QStyledItemDelegate>
 
 #include <algorithm>
 #include <cstdio>
@@ -172,7 +172,8 @@ bool panelReady(DetailWidget &panel)
         return false;
     for (int i = 0; i < materialCount; ++i) {
         QListWidgetItem *item = list->itemById(QStringLiteral("m%1").arg(i));
-        const QString wanted = i % 2 ? QStringLiteral("download_status_allowed") : QStringLiteral("download_status_successed");
+        const QString wanted =
+            i % 2 ? QStringLiteral("download_status_allowed") : QStringLiteral("download_status_successed");
         if (!item || item->data(DetailListWidget::StatusImageRole).toString() != wanted)
             return false;
     }

@@ -81,7 +81,8 @@ std::vector<Scenario> scenarios()
     std::vector<Scenario> list;
 
     auto sink = std::make_shared<bool>(true);
-    list.push_back({"codec", [sink] {
+    list.push_back({"codec",
+                    [sink] {
                         const msgpack::sbuffer packed = proxycodec::pack(address, id, name, true);
                         const auto args = proxycodec::unpack<std::string, std::string, std::string, bool>(
                             packed.data(), packed.size());
@@ -105,7 +106,8 @@ std::vector<Scenario> scenarios()
                      [raw = group.get()](const std::string &gotId, const std::string &gotName, bool ok) {
                          raw->arrived += ok && gotId == id && gotName == name;
                      });
-    list.push_back({"in-process", [group] {
+    list.push_back({"in-process",
+                    [group] {
                         ++group->sent;
                         group->server->sendDownloadFileRes(address, id, name, true);
                     },

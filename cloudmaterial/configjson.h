@@ -12,7 +12,7 @@ struct ConfigJson
 {
     bool isRecordUsername = false;
     std::string username;
-    std::string nodes;       // URL of the cloud node directory
+    std::string nodes; // URL of the cloud node directory
     std::string mqttControl; // base URL of the MQTT control service
 };
 AJSON(ConfigJson, isRecordUsername, username, nodes, mqttControl)

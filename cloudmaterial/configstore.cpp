@@ -139,8 +139,7 @@ ConfigJson ConfigStore::config() const
 void ConfigStore::setConfig(const ConfigJson &config)
 {
     writeRecord(configPath(), config,
-                QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup
-                    | QFileDevice::ReadOther);
+                QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
 }
 
 CountryCodeJson ConfigStore::countryCodes() const

@@ -33,8 +33,8 @@ bool isEnabled();
 void disable();
 
 template<typename... Args>
-void write(spdlog::level::level_enum level, const SourceLocation &where,
-           fmt::format_string<Args...> format, Args &&...args)
+void write(spdlog::level::level_enum level, const SourceLocation &where, fmt::format_string<Args...> format,
+           Args &&...args)
 {
     if (!isEnabled())
         return;
@@ -48,7 +48,11 @@ void write(spdlog::level::level_enum level, const SourceLocation &where,
 
 } // namespace talvor::cloudmaterial::logging
 
-#define RXCM_HERE ::talvor::cloudmaterial::logging::SourceLocation{__FILE__, __func__, __LINE__}
+#define RXCM_HERE                                                                                                      \
+    ::talvor::cloudmaterial::logging::SourceLocation                                                                   \
+    {                                                                                                                  \
+        __FILE__, __func__, __LINE__                                                                                   \
+    }
 #define RXCM_LOG_INFO(...) ::talvor::cloudmaterial::logging::write(spdlog::level::info, RXCM_HERE, __VA_ARGS__)
 #define RXCM_LOG_WARN(...) ::talvor::cloudmaterial::logging::write(spdlog::level::warn, RXCM_HERE, __VA_ARGS__)
 #define RXCM_LOG_ERROR(...) ::talvor::cloudmaterial::logging::write(spdlog::level::err, RXCM_HERE, __VA_ARGS__)

@@ -3,27 +3,27 @@
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/cloudmateriallist/detailwidget.h"
-#include "cloudmaterial/devicebinding/devicebinding.h"
-#include "cloudmaterial/devicebinding/devicebindingcontroller.h"
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/currentnode.h"
-#include "cloudmaterial/sessionticket.h"
-#include "cloudmaterial/stdstringmetatype_p.h"
+#include "cloudmaterial/devicebinding/devicebinding.h"
+#include "cloudmaterial/devicebinding/devicebindingcontroller.h"
 #include "cloudmaterial/logging.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/messagingstart.h"
 #include "cloudmaterial/multimachine/multimachineproxyhandler.h"
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/protocol/reachability.h"
+#include "cloudmaterial/sessionticket.h"
+#include "cloudmaterial/stdstringmetatype_p.h"
 #include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/workerpool.h"
 
 #include <hvtheme/theme.h>
 
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QPointer>
-#include <QFileInfo>
 #include <QSettings>
 
 #include <utility>
@@ -105,7 +105,8 @@ void MainController::Private::ensureDefaults()
     }
     if (std::exchange(themeChosen, true))
         return;
-    const QString file = QCoreApplication::applicationDirPath() + QStringLiteral("/cloudmaterialtheme/cloudmaterial.theme");
+    const QString file =
+        QCoreApplication::applicationDirPath() + QStringLiteral("/cloudmaterialtheme/cloudmaterial.theme");
     if (QFileInfo::exists(file))
         applyTheme(file);
     else
@@ -243,8 +244,7 @@ MainController::~MainController()
     d->tearDown();
 }
 
-void MainController::setRXRuntime(IRXRuntime *runtime, MultimachineProxyClient *client,
-                                  MultimachineProxyServer *server)
+void MainController::setRXRuntime(IRXRuntime *runtime, MultimachineProxyClient *client, MultimachineProxyServer *server)
 {
     d->runtime = runtime;
     d->proxyClient = client;

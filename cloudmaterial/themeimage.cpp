@@ -7,7 +7,7 @@ namespace talvor::cloudmaterial {
 QString themeImagePath(const QString &fileName)
 {
     return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/")
-           + fileName;
+        + fileName;
 }
 
 } // namespace talvor::cloudmaterial

@@ -23,8 +23,8 @@ TranslateManager::TranslateManager()
     : d(std::make_unique<Private>())
 {
     for (const char *language : languages) {
-        const QString file = QStringLiteral(":/cloudmaterialtheme/translations/cloudmaterial_%1.qm")
-                                 .arg(QLatin1String(language));
+        const QString file =
+            QStringLiteral(":/cloudmaterialtheme/translations/cloudmaterial_%1.qm").arg(QLatin1String(language));
         if (!d->translator.load(QLatin1String(language), file))
             qCWarning(lcTranslate) << "cannot load the translations" << file;
     }
@@ -42,8 +42,7 @@ bool TranslateManager::setLanguage(const std::string &language)
 {
     if (d->translator.switchLanguage(QString::fromStdString(language)))
         return true;
-    qCInfo(lcTranslate) << "no translations for" << language.c_str() << "- keeping"
-                        << d->translator.currentLanguage();
+    qCInfo(lcTranslate) << "no translations for" << language.c_str() << "- keeping" << d->translator.currentLanguage();
     return false;
 }
 

@@ -20,7 +20,10 @@ public:
 class TextContent : public Content
 {
 public:
-    explicit TextContent(std::string text) : m_text(std::move(text)) {}
+    explicit TextContent(std::string text)
+        : m_text(std::move(text))
+    {
+    }
     std::uint64_t size() const override { return m_text.size(); }
     void read(std::uint64_t offset, char *out, std::size_t n) const override;
 
@@ -33,7 +36,10 @@ private:
 class PatternContent : public Content
 {
 public:
-    explicit PatternContent(std::uint64_t size) : m_size(size) {}
+    explicit PatternContent(std::uint64_t size)
+        : m_size(size)
+    {
+    }
     std::uint64_t size() const override { return m_size; }
     void read(std::uint64_t offset, char *out, std::size_t n) const override;
 

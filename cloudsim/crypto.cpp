@@ -58,8 +58,7 @@ PkeyPtr generateRsaKey(int bits, const std::atomic<bool> *cancel)
 
 PkeyPtr privateKeyFromPem(const std::string &pem)
 {
-    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())),
-                                                  &BIO_free);
+    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free);
     PkeyPtr key(bio ? PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr) : nullptr);
     if (!key)
         throwSslError("cannot read the private key");
@@ -110,10 +109,10 @@ std::optional<std::string> aesEcbEncrypt(const std::string &key, const std::stri
     if (!ctx
         || EVP_EncryptInit_ex(ctx.get(), EVP_aes_256_ecb(), nullptr,
                               reinterpret_cast<const unsigned char *>(key.data()), nullptr)
-               != 1
+            != 1
         || EVP_EncryptUpdate(ctx.get(), out.data(), &first, reinterpret_cast<const unsigned char *>(plain.data()),
                              static_cast<int>(plain.size()))
-               != 1
+            != 1
         || EVP_EncryptFinal_ex(ctx.get(), out.data() + first, &last) != 1) {
         ERR_clear_error();
         return std::nullopt;
@@ -128,7 +127,7 @@ std::string base64Encode(const std::string &bytes)
     std::size_t i = 0;
     for (; i + 2 < bytes.size(); i += 3) {
         const std::uint32_t n = (std::uint32_t(std::uint8_t(bytes[i])) << 16)
-                                | (std::uint32_t(std::uint8_t(bytes[i + 1])) << 8) | std::uint8_t(bytes[i + 2]);
+            | (std::uint32_t(std::uint8_t(bytes[i + 1])) << 8) | std::uint8_t(bytes[i + 2]);
         out += alphabet[(n >> 18) & 63];
         out += alphabet[(n >> 12) & 63];
         out += alphabet[(n >> 6) & 63];

@@ -179,8 +179,8 @@ void DeviceService::setAnswerBinding(bool answer)
 }
 
 // Runs on the client's thread: nothing here may wait for the broker.
-void DeviceService::arrived(mqtt::async_client &client, const std::string &topic, const std::string &payload,
-                            int qos, bool retained)
+void DeviceService::arrived(mqtt::async_client &client, const std::string &topic, const std::string &payload, int qos,
+                            bool retained)
 {
     std::string replyTopic;
     std::string reply;
@@ -212,8 +212,8 @@ void DeviceService::arrived(mqtt::async_client &client, const std::string &topic
             const std::string user = member(body, "username");
             const std::string password = member(body, "password");
             const bool known = !user.empty()
-                               && ((user == m_mqttUser && password == m_mqttPassword)
-                                   || (user == m_bindingUser && password == m_bindingPassword));
+                && ((user == m_mqttUser && password == m_mqttPassword)
+                    || (user == m_bindingUser && password == m_bindingPassword));
             Json result = Json::object();
             result["status"] = known ? "success" : "fail";
             result["msg"] = known ? "bound" : "unknown account";

@@ -84,15 +84,13 @@ Fault Fault::fromJson(const Json &j)
         // Interim (1xx) answers would leave the client waiting for a final one.
         if (f.status < 200 || f.status > 599)
             throw std::invalid_argument("\"status\" must be an HTTP status code from 200 to 599");
-        f.body = j.contains("body") ? bodyText(j.at("body"))
-                                    : Json{{"code", f.status}, {"msg", "simulated"}}.dump();
+        f.body = j.contains("body") ? bodyText(j.at("body")) : Json{{"code", f.status}, {"msg", "simulated"}}.dump();
         f.contentType = j.value("content_type", std::string("application/json; charset=utf-8"));
         break;
     case Kind::ErrorBody:
         f.status = 200;
-        f.body = j.contains("body")
-                     ? bodyText(j.at("body"))
-                     : R"({"http_code":500,"error":"simulated failure","status":"fail"})";
+        f.body = j.contains("body") ? bodyText(j.at("body"))
+                                    : R"({"http_code":500,"error":"simulated failure","status":"fail"})";
         f.contentType = j.value("content_type", std::string("application/json; charset=utf-8"));
         break;
     case Kind::DropAfter:

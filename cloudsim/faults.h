@@ -16,17 +16,17 @@ struct Fault
     enum class Kind { Hang, Status, ErrorBody, DropAfter, WrongLength, Slow };
 
     Kind kind = Kind::Status;
-    std::string path;      // matched against the request path (no query)
-    bool prefix = false;   // path is a prefix rather than the whole path
-    std::string method;    // empty: any method
-    int remaining = -1;    // uses left; -1 without limit
+    std::string path; // matched against the request path (no query)
+    bool prefix = false; // path is a prefix rather than the whole path
+    std::string method; // empty: any method
+    int remaining = -1; // uses left; -1 without limit
 
-    int status = 404;            // Status
-    std::string body;            // Status, ErrorBody
-    std::string contentType;     // Status, ErrorBody
-    std::uint64_t bytes = 0;     // DropAfter: body bytes sent before the close
+    int status = 404; // Status
+    std::string body; // Status, ErrorBody
+    std::string contentType; // Status, ErrorBody
+    std::uint64_t bytes = 0; // DropAfter: body bytes sent before the close
     std::optional<std::uint64_t> length; // WrongLength: the announced Content-Length
-    std::int64_t delta = 0;      // WrongLength: announced = real + delta, when no length
+    std::int64_t delta = 0; // WrongLength: announced = real + delta, when no length
     std::uint64_t bytesPerSecond = 0; // Slow
 
     // True for the kinds that shape how a normal reply is sent rather than replace it.

@@ -99,8 +99,7 @@ std::string sixDigits()
 
 std::int64_t nowMs()
 {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
         .count();
 }
 
@@ -261,7 +260,8 @@ void LoginService::load(const Json &scenario)
                 if (!validity.contains(name))
                     return;
                 if (!validity.at(name).is_number_integer() || validity.at(name).get<std::int64_t>() < 1)
-                    throw std::invalid_argument(std::string("\"validity\": \"") + name + "\" must be a positive integer");
+                    throw std::invalid_argument(std::string("\"validity\": \"") + name
+                                                + "\" must be a positive integer");
                 out = validity.at(name).get<std::int64_t>();
             };
             if (!validity.is_object())
@@ -305,10 +305,8 @@ Json LoginService::nodes() const
         const char *icon;
     };
     static const Region regions[] = {
-        {"China", "中国", "cn-1", "china.png"},
-        {"Europe", "欧洲", "eu-1", "europe.png"},
-        {"United States", "美国", "us-1", "us.png"},
-        {"Australia", "澳大利亚", "au-1", "australia.png"},
+        {"China", "中国", "cn-1", "china.png"},      {"Europe", "欧洲", "eu-1", "europe.png"},
+        {"United States", "美国", "us-1", "us.png"}, {"Australia", "澳大利亚", "au-1", "australia.png"},
         {"India", "印度", "in-1", "india.png"},
     };
     Json list = Json::array();
@@ -373,8 +371,8 @@ std::optional<ServiceReply> LoginService::post(const std::string &service, const
         return std::nullopt;
     const std::string name = service.substr(servicePrefix.size());
     static const std::set<std::string> known = {
-        "identity-verify-code/slider", "authenticate/limit/mobile-phone", "authenticate/limit/email",
-        "authenticate/limit/password", "account/mobilephoneverifycode", "account/emailverifycode",
+        "identity-verify-code/slider",          "authenticate/limit/mobile-phone", "authenticate/limit/email",
+        "authenticate/limit/password",          "account/mobilephoneverifycode",   "account/emailverifycode",
         "loginidentity/device-credit-signature"};
     if (known.count(name) == 0)
         return std::nullopt;
@@ -481,7 +479,8 @@ bool LoginService::takeTriple(const Json &body, bool spend)
 // The second factor names its account again; an empty or different country code names none.
 bool LoginService::namesAccount(const Account &account, const Json &body)
 {
-    return byIdentify(text(body, "identify")) == &account && withoutPlus(text(body, "countryCode")) == account.countryCode;
+    return byIdentify(text(body, "identify")) == &account
+        && withoutPlus(text(body, "countryCode")) == account.countryCode;
 }
 
 std::string LoginService::issueToken(Account &account)
@@ -626,7 +625,8 @@ ServiceReply LoginService::verifyCode(const Json &body, Channel channel)
     const char *field = channel == Channel::Phone ? "MOBILE_PHONE" : "EMAIL";
     const std::int64_t id = integer(body, "id");
     Account *account = id != 0 ? byId(id) : byIdentify(text(body, "identify"));
-    if (!account || (channel == Channel::Phone ? account->phone : account->email).empty() || !namesAccount(*account, body))
+    if (!account || (channel == Channel::Phone ? account->phone : account->email).empty()
+        || !namesAccount(*account, body))
         return failure("100058", "account does not exist", field);
     // Only checked here: the device credit request that follows completes the login and uses it up.
     if (!codeValid(*account, channel, text(body, "identityVerifyCode"), "TRUST_DEVICE"))

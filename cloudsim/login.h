@@ -51,8 +51,7 @@ public:
     EVP_PKEY *dnsKey(std::size_t index) const;
 
     // A login service by its path; nothing for a path that is not one of them.
-    std::optional<ServiceReply> post(const std::string &service, const std::string &body,
-                                     const HeaderLookup &header);
+    std::optional<ServiceReply> post(const std::string &service, const std::string &body, const HeaderLookup &header);
 
     // The forced reply for a service, with one use consumed.
     std::optional<ServiceReply> takeOverride(const std::string &service);
@@ -92,7 +91,7 @@ private:
         bool lockEmail = false;
 
         std::vector<std::string> tokens; // the scenario's, then the logins' (last is newest)
-        std::string phoneCode;           // the last code sent
+        std::string phoneCode; // the last code sent
         std::string emailCode;
         std::int64_t phoneCodeSentMs = 0; // 0 once a login used the code up
         std::int64_t emailCodeSentMs = 0;

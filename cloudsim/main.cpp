@@ -28,15 +28,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char usage[] =
-    "usage: cloudsim --scenario <file.json> [--port N] [--host 127.0.0.1] [--ca-out <path>]\n"
-    "                [--mqtt tcp://127.0.0.1:<port>] [--exit-with-parent] [--verbose]\n"
-    "Serves the scenario over HTTPS with a CA made at start, written to --ca-out\n"
-    "(default: cloudsim-ca.pem beside the scenario), with --mqtt plays the device service on\n"
-    "that broker, then prints\n"
-    "  cloudsim ready port=<port> ca=<absolute path of the CA file>\n"
-    "and runs until SIGTERM or SIGINT. Exit codes: 0 clean stop, 1 failure, 2 bad arguments,\n"
-    "3 stopped while connections were still busy.\n";
+const char usage[] = "usage: cloudsim --scenario <file.json> [--port N] [--host 127.0.0.1] [--ca-out <path>]\n"
+                     "                [--mqtt tcp://127.0.0.1:<port>] [--exit-with-parent] [--verbose]\n"
+                     "Serves the scenario over HTTPS with a CA made at start, written to --ca-out\n"
+                     "(default: cloudsim-ca.pem beside the scenario), with --mqtt plays the device service on\n"
+                     "that broker, then prints\n"
+                     "  cloudsim ready port=<port> ca=<absolute path of the CA file>\n"
+                     "and runs until SIGTERM or SIGINT. Exit codes: 0 clean stop, 1 failure, 2 bad arguments,\n"
+                     "3 stopped while connections were still busy.\n";
 
 struct Arguments
 {
@@ -156,15 +155,15 @@ int main(int argc, char **argv)
             if (args.server.host != name)
                 names.emplace_back(name);
         const cloudsim::Certificates certificates = cloudsim::makeCertificates(names);
-        const fs::path caPath = (args.caOut.empty() ? scenarioPath.parent_path() / "cloudsim-ca.pem"
-                                                    : fs::absolute(args.caOut))
-                                    .lexically_normal();
+        const fs::path caPath =
+            (args.caOut.empty() ? scenarioPath.parent_path() / "cloudsim-ca.pem" : fs::absolute(args.caOut))
+                .lexically_normal();
         writeFile(caPath, cloudsim::certificatePem(certificates.caCert.get()));
 
         cloudsim::Server server(scenario, login, messaging, devices, faults, certificates, args.server);
         const int port = server.bind();
-        const std::string host = args.server.host.find(':') != std::string::npos ? "[" + args.server.host + "]"
-                                                                                 : args.server.host;
+        const std::string host =
+            args.server.host.find(':') != std::string::npos ? "[" + args.server.host + "]" : args.server.host;
         const std::string address = host + ":" + std::to_string(port);
         scenario.setBaseUrl("https://" + address);
         login.setAddress("https://" + address, address);

@@ -30,8 +30,7 @@ ServiceReply refusal(int code, const std::string &reason)
 
 std::int64_t nowMs()
 {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
         .count();
 }
 
@@ -126,8 +125,8 @@ ServiceReply Messaging::authenticate(std::size_t keyIndex, const std::string &bo
     } catch (const Json::exception &) {
     }
     const auto ciphertext = base64Decode(sealed);
-    const auto plain = ciphertext && !ciphertext->empty() ? rsaDecrypt(m_login.dnsKey(keyIndex), *ciphertext)
-                                                          : std::nullopt;
+    const auto plain =
+        ciphertext && !ciphertext->empty() ? rsaDecrypt(m_login.dnsKey(keyIndex), *ciphertext) : std::nullopt;
     if (!plain)
         return finish("undecryptable", refusal(400, "the key message cannot be decrypted"));
     entry["keyMessage"] = Json(*plain);

@@ -26,8 +26,7 @@ public:
     // The reply to the player authorization for the token in "authorization".
     Json playerAuth(const std::string &token) const;
     // One authentication exchange at the main (keyIndex 0) or backup (1) endpoint.
-    ServiceReply authenticate(std::size_t keyIndex, const std::string &body,
-                              const LoginService::HeaderLookup &header);
+    ServiceReply authenticate(std::size_t keyIndex, const std::string &body, const LoginService::HeaderLookup &header);
 
     // {"wrongKey": true|false, "times": n}: replies encrypted under a key the client did not send.
     void setControl(const Json &control);

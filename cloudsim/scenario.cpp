@@ -43,8 +43,7 @@ std::string hex128(const std::string &seed)
     for (unsigned char ch : seed)
         h = (h ^ ch) * 1099511628211ULL;
     char text[33];
-    std::snprintf(text, sizeof text, "%016llx%016llx",
-                  static_cast<unsigned long long>(splitmix64(h)),
+    std::snprintf(text, sizeof text, "%016llx%016llx", static_cast<unsigned long long>(splitmix64(h)),
                   static_cast<unsigned long long>(splitmix64(h + 1)));
     return text;
 }
@@ -56,8 +55,8 @@ std::string Scenario::urlEncode(const std::string &text)
     static const char digits[] = "0123456789ABCDEF";
     std::string out;
     for (unsigned char ch : text) {
-        if ((ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9')
-            || ch == '-' || ch == '.' || ch == '_' || ch == '~') {
+        if ((ch >= 'A' && ch <= 'Z') || (ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9') || ch == '-' || ch == '.'
+            || ch == '_' || ch == '~') {
             out += static_cast<char>(ch);
         } else {
             out += '%';
@@ -249,9 +248,8 @@ Json Scenario::record(const Media &m) const
     return r;
 }
 
-std::optional<Scenario::Page> Scenario::page(const std::string &token, std::size_t offset,
-                                             std::size_t limit, bool newestFirst,
-                                             const std::string &search) const
+std::optional<Scenario::Page> Scenario::page(const std::string &token, std::size_t offset, std::size_t limit,
+                                             bool newestFirst, const std::string &search) const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     const Account *account = findAccount(token);

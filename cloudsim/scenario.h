@@ -19,9 +19,9 @@ class Scenario
 public:
     struct Page
     {
-        std::size_t count = 0;              // all media of the account
+        std::size_t count = 0; // all media of the account
         Json mediaList = Json::array(); // the requested slice
-        Json status;                    // what the reply's "status" member holds
+        Json status; // what the reply's "status" member holds
     };
 
     // Reads "accounts" and "files"; other top-level keys are left to their readers.
@@ -39,8 +39,8 @@ public:
     void setBaseUrl(const std::string &url);
 
     bool hasAccount(const std::string &token) const;
-    std::optional<Page> page(const std::string &token, std::size_t offset, std::size_t limit,
-                             bool newestFirst, const std::string &search) const;
+    std::optional<Page> page(const std::string &token, std::size_t offset, std::size_t limit, bool newestFirst,
+                             const std::string &search) const;
     // The body behind "/files/<relativePath>": a loose file by name, else a medium by the
     // first path segment (its mid). Null when there is none.
     std::shared_ptr<const Content> file(const std::string &relativePath) const;
@@ -59,7 +59,7 @@ private:
     struct Account
     {
         std::vector<std::string> tokens; // the scenario's, then those of logins
-        std::optional<std::int64_t> id;  // none for accounts made by a media change
+        std::optional<std::int64_t> id; // none for accounts made by a media change
         std::vector<Media> media; // creation order: the last is the newest
         Json status = "success";
     };

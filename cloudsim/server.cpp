@@ -151,8 +151,8 @@ bool validTypeFilter(const QueryItems &items)
         if (key.rfind("filters", 0) != 0)
             continue;
         const std::string index = key.size() > prefix.size() + 1 && key.rfind(prefix, 0) == 0 && key.back() == ']'
-                                      ? key.substr(prefix.size(), key.size() - prefix.size() - 1)
-                                      : std::string();
+            ? key.substr(prefix.size(), key.size() - prefix.size() - 1)
+            : std::string();
         if (!isDecimal(index) || !isDecimal(value))
             return false;
         any = true;
@@ -163,18 +163,30 @@ bool validTypeFilter(const QueryItems &items)
 const char *statusText(int status)
 {
     switch (status) {
-    case 200: return "ok";
-    case 400: return "bad request";
-    case 401: return "unauthorized";
-    case 403: return "forbidden";
-    case 404: return "not found";
-    case 405: return "method not allowed";
-    case 416: return "range not satisfiable";
-    case 500: return "internal server failure";
-    case 502: return "bad gateway";
-    case 503: return "service unavailable";
-    case 504: return "gateway timeout";
-    default: return "status";
+    case 200:
+        return "ok";
+    case 400:
+        return "bad request";
+    case 401:
+        return "unauthorized";
+    case 403:
+        return "forbidden";
+    case 404:
+        return "not found";
+    case 405:
+        return "method not allowed";
+    case 416:
+        return "range not satisfiable";
+    case 500:
+        return "internal server failure";
+    case 502:
+        return "bad gateway";
+    case 503:
+        return "service unavailable";
+    case 504:
+        return "gateway timeout";
+    default:
+        return "status";
     }
 }
 
@@ -190,7 +202,7 @@ struct Reply
     std::string contentType = jsonType;
     std::vector<std::pair<std::string, std::string>> headers;
     std::shared_ptr<const Content> content; // null: no body
-    std::uint64_t offset = 0;               // the window of content that is sent
+    std::uint64_t offset = 0; // the window of content that is sent
     std::uint64_t length = 0;
 };
 
@@ -237,8 +249,7 @@ Reply cloudFailure(int code, const std::string &reason)
 
 // Single byte ranges as a download resumes them; anything else gets the whole body (which
 // HTTP allows). A range that starts past the end is refused with 416.
-Reply contentReply(const httplib::Request &req, std::shared_ptr<const Content> content,
-                   const std::string &contentType)
+Reply contentReply(const httplib::Request &req, std::shared_ptr<const Content> content, const std::string &contentType)
 {
     Reply r;
     r.contentType = contentType;
@@ -286,8 +297,8 @@ Reply contentReply(const httplib::Request &req, std::shared_ptr<const Content> c
     r.status = 206;
     r.offset = begin;
     r.length = end - begin;
-    r.headers.emplace_back("Content-Range", "bytes " + std::to_string(begin) + "-" + std::to_string(end - 1)
-                                                + "/" + std::to_string(size));
+    r.headers.emplace_back(
+        "Content-Range", "bytes " + std::to_string(begin) + "-" + std::to_string(end - 1) + "/" + std::to_string(size));
     return r;
 }
 
@@ -482,8 +493,8 @@ Reply Server::Private::route(const httplib::Request &req)
     if (path == "/echo") {
         if (!get && req.method != "POST")
             return plainStatus(405);
-        return jsonReply(200, Json{{"method", req.method}, {"path", req.target}, {"headers", headersOf(req)},
-                                   {"body", req.body}});
+        return jsonReply(
+            200, Json{{"method", req.method}, {"path", req.target}, {"headers", headersOf(req)}, {"body", req.body}});
     }
     if (startsWith(path, "/status/")) {
         const std::string code = path.substr(8);
@@ -522,7 +533,8 @@ Reply Server::Private::route(const httplib::Request &req)
 static std::string gatewayService(const httplib::Request &req, QueryItems *params)
 {
     const auto question = req.target.find('?');
-    const QueryItems outer = parseQuery(question == std::string::npos ? std::string() : req.target.substr(question + 1));
+    const QueryItems outer =
+        parseQuery(question == std::string::npos ? std::string() : req.target.substr(question + 1));
     const std::string cirro = queryValue(outer, "cirro");
     const auto inner = cirro.find('?');
     if (params) {
@@ -773,38 +785,38 @@ void Server::Private::send(const httplib::Request &req, httplib::Response &res, 
         return true;
     };
 
-    res.set_content_provider(
-        static_cast<std::size_t>(announced), reply.contentType,
-        [this, t, writeRange](std::size_t offset, std::size_t, httplib::DataSink &sink) -> bool {
-            if (!t->fault) {
-                const std::uint64_t to = std::min<std::uint64_t>(t->length, offset + chunkSize);
-                return writeRange(offset, to, sink);
-            }
-            switch (t->fault->kind) {
-            case Fault::Kind::DropAfter:
-                // Returning false makes the server close the connection mid-body.
-                writeRange(0, std::min(t->fault->bytes, t->length), sink);
-                return false;
-            case Fault::Kind::WrongLength:
-                // The real bytes, whatever was announced, then the end of the connection.
-                writeRange(0, t->length, sink);
-                return false;
-            case Fault::Kind::Slow: {
-                const std::uint64_t step = std::max<std::uint64_t>(1, t->fault->bytesPerSecond / 20);
-                const std::uint64_t to = std::min<std::uint64_t>(t->length, offset + step);
-                if (!writeRange(offset, to, sink))
-                    return false;
-                const auto ms = (to - offset) * 1000 / t->fault->bytesPerSecond;
-                return pause(std::chrono::milliseconds(ms));
-            }
-            default:
-                return false;
-            }
-        });
+    res.set_content_provider(static_cast<std::size_t>(announced), reply.contentType,
+                             [this, t, writeRange](std::size_t offset, std::size_t, httplib::DataSink &sink) -> bool {
+                                 if (!t->fault) {
+                                     const std::uint64_t to = std::min<std::uint64_t>(t->length, offset + chunkSize);
+                                     return writeRange(offset, to, sink);
+                                 }
+                                 switch (t->fault->kind) {
+                                 case Fault::Kind::DropAfter:
+                                     // Returning false makes the server close the connection mid-body.
+                                     writeRange(0, std::min(t->fault->bytes, t->length), sink);
+                                     return false;
+                                 case Fault::Kind::WrongLength:
+                                     // The real bytes, whatever was announced, then the end of the connection.
+                                     writeRange(0, t->length, sink);
+                                     return false;
+                                 case Fault::Kind::Slow: {
+                                     const std::uint64_t step =
+                                         std::max<std::uint64_t>(1, t->fault->bytesPerSecond / 20);
+                                     const std::uint64_t to = std::min<std::uint64_t>(t->length, offset + step);
+                                     if (!writeRange(offset, to, sink))
+                                         return false;
+                                     const auto ms = (to - offset) * 1000 / t->fault->bytesPerSecond;
+                                     return pause(std::chrono::milliseconds(ms));
+                                 }
+                                 default:
+                                     return false;
+                                 }
+                             });
 }
 
-Server::Server(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices,
-               FaultList &faults, const Certificates &certificates, const ServerOptions &options)
+Server::Server(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices, FaultList &faults,
+               const Certificates &certificates, const ServerOptions &options)
     : d(std::make_unique<Private>(scenario, login, messaging, devices, faults, certificates, options))
 {
     if (!d->http.is_valid())

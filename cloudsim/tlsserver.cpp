@@ -57,7 +57,10 @@ class RequestStream : public httplib::Stream
 {
 public:
     RequestStream(socket_t sock, SSL *ssl, time_t readTimeout, time_t writeTimeout)
-        : m_sock(sock), m_ssl(ssl), m_readTimeout(readTimeout), m_writeTimeout(writeTimeout)
+        : m_sock(sock)
+        , m_ssl(ssl)
+        , m_readTimeout(readTimeout)
+        , m_writeTimeout(writeTimeout)
     {
     }
 

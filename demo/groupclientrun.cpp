@@ -124,7 +124,10 @@ GroupClientRun::GroupClientRun(ScriptedRun *run, GroupRuntime *runtime, const QS
             item->listWidget()->clearSelection();
             item->setSelected(true);
             say(QStringLiteral("downloading %1 through the server").arg(downloadId));
-            MainControllerWrapper::instance().cloudMaterialList()->findChild<QPushButton *>(QStringLiteral("downloadBtn"))->click();
+            MainControllerWrapper::instance()
+                .cloudMaterialList()
+                ->findChild<QPushButton *>(QStringLiteral("downloadBtn"))
+                ->click();
             return false;
         }
         if (item->data(statusImageRole).toString() != successedImage)
@@ -143,7 +146,8 @@ GroupClientRun::GroupClientRun(ScriptedRun *run, GroupRuntime *runtime, const QS
             say(QStringLiteral("client's own folder %1 holds %2").arg(ownMaterials, own.join(QStringLiteral(", "))));
             return false;
         }
-        say(QStringLiteral("client's own folder %1 stayed empty: setCloudMaterialFolderPath was dropped").arg(ownMaterials));
+        say(QStringLiteral("client's own folder %1 stayed empty: setCloudMaterialFolderPath was dropped")
+                .arg(ownMaterials));
         return true;
     });
 }

@@ -145,9 +145,7 @@ void GroupRuntime::Private::onMessage(const mqtt::const_message_ptr &message)
 void GroupRuntime::Private::waitForDeliveries(std::unique_lock<std::mutex> &lock)
 {
     // A handler may remove itself (or another) while it runs; it must not wait for itself.
-    changed.wait(lock, [this] {
-        return delivering == std::thread::id() || delivering == std::this_thread::get_id();
-    });
+    changed.wait(lock, [this] { return delivering == std::thread::id() || delivering == std::this_thread::get_id(); });
 }
 
 GroupRuntime::GroupRuntime(Role role, const QString &group, QObject *parent)
@@ -158,7 +156,7 @@ GroupRuntime::GroupRuntime(Role role, const QString &group, QObject *parent)
     d->role = role;
     d->group = group;
     d->identity = (role == Role::ProxyServer ? QStringLiteral("server-") : QStringLiteral("client-"))
-                  + QUuid::createUuid().toString(QUuid::Id128).left(12);
+        + QUuid::createUuid().toString(QUuid::Id128).left(12);
     d->callPrefix = (topicRoot + QString::fromStdString(encoded(group)) + QStringLiteral("/call/")).toStdString();
 }
 
@@ -197,8 +195,8 @@ bool GroupRuntime::start(const QString &brokerUrl, int timeoutMs)
                                   .send_while_disconnected(true)
                                   .max_buffered_messages(maxBufferedCalls)
                                   .finalize();
-        d->client = std::make_unique<mqtt::async_client>(brokerUrl.toStdString(), d->identity.toStdString(),
-                                                         creation, nullptr);
+        d->client =
+            std::make_unique<mqtt::async_client>(brokerUrl.toStdString(), d->identity.toStdString(), creation, nullptr);
         Private *p = d.get();
         d->client->set_connected_handler([p](const std::string &) { p->onConnected(); });
         d->client->set_connection_lost_handler([p](const std::string &) { p->onConnectionLost(); });
@@ -247,7 +245,7 @@ QString GroupRuntime::identity() const
 QString GroupRuntime::callTopic(const QString &group, const QString &name)
 {
     return topicRoot + QString::fromStdString(encoded(group)) + QStringLiteral("/call/")
-           + QString::fromStdString(encoded(name));
+        + QString::fromStdString(encoded(name));
 }
 
 bool GroupRuntime::isProxyServer() const

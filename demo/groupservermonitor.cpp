@@ -65,7 +65,8 @@ void GroupServerMonitor::Private::received(const QString &sender, const QString 
         binding->watch(serialNumber);
     } else if (name == QLatin1String("DownloadFile") && arguments.size() >= 3) {
         requestedBy.insert(arguments.at(1).toString(), sender);
-        say(QStringLiteral("DownloadFile %1 (%2) from %3").arg(arguments.at(1).toString(), arguments.at(2).toString(), sender));
+        say(QStringLiteral("DownloadFile %1 (%2) from %3")
+                .arg(arguments.at(1).toString(), arguments.at(2).toString(), sender));
     } else if (name == QString::fromLatin1(GroupClientRun::scriptEndCall)) {
         scriptEnded(sender, payload.toInt());
     }

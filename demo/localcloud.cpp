@@ -29,16 +29,16 @@ struct Sample
 };
 
 const Sample samples[] = {
-    {"d01", "harbour-sunrise.jpg", 0, "2"},   {"d02", "spring-campaign.avi", 1, "2"},
-    {"d03", "welcome-chime.wav", 2, "2"},     {"d04", "menu-board.pdf", 3, "2"},
-    {"d05", "city-skyline.png", 0, "2"},      {"d06", "product-teaser.avi", 1, "2"},
-    {"d07", "lobby-ambience.wav", 2, "2"},    {"d08", "price-list.pdf", 3, "2"},
+    {"d01", "harbour-sunrise.jpg", 0, "2"},    {"d02", "spring-campaign.avi", 1, "2"},
+    {"d03", "welcome-chime.wav", 2, "2"},      {"d04", "menu-board.pdf", 3, "2"},
+    {"d05", "city-skyline.png", 0, "2"},       {"d06", "product-teaser.avi", 1, "2"},
+    {"d07", "lobby-ambience.wav", 2, "2"},     {"d08", "price-list.pdf", 3, "2"},
     {"d09", "summer-sale-banner.jpg", 0, "1"}, {"d10", "store-opening.avi", 1, "1"},
-    {"d11", "safety-notice.pdf", 3, "3"},     {"d12", "mountain-lake.jpg", 0, "2"},
-    {"d13", "coffee-pour.avi", 1, "2"},       {"d14", "jingle-short.wav", 2, "2"},
-    {"d15", "opening-hours.pdf", 3, "2"},     {"d16", "team-photo.jpg", 0, "3"},
-    {"d17", "loop-background.avi", 1, "2"},   {"d18", "announcement.wav", 2, "1"},
-    {"d19", "floor-plan.pdf", 3, "2"},        {"d20", "autumn-leaves.jpg", 0, "2"},
+    {"d11", "safety-notice.pdf", 3, "3"},      {"d12", "mountain-lake.jpg", 0, "2"},
+    {"d13", "coffee-pour.avi", 1, "2"},        {"d14", "jingle-short.wav", 2, "2"},
+    {"d15", "opening-hours.pdf", 3, "2"},      {"d16", "team-photo.jpg", 0, "3"},
+    {"d17", "loop-background.avi", 1, "2"},    {"d18", "announcement.wav", 2, "1"},
+    {"d19", "floor-plan.pdf", 3, "2"},         {"d20", "autumn-leaves.jpg", 0, "2"},
 };
 
 // The material whose first download fails.
@@ -79,11 +79,16 @@ QByteArray scenario(const QString &mediaFolder, int cloudPort)
         }
         // The picture sizes SampleMedia draws; sounds and documents get a nominal 1x1 (a size
         // of "0" would keep a material out of the list), which the panel does not show.
-        const QString width = s.type == 0 ? QStringLiteral("640") : s.type == 1 ? QStringLiteral("320") : QStringLiteral("1");
-        const QString height = s.type == 0 ? QStringLiteral("360") : s.type == 1 ? QStringLiteral("180") : QStringLiteral("1");
-        medium.insert(QStringLiteral("media_entity"), QJsonObject{{QStringLiteral("thumb_image_url"), thumbnail},
-                                                                  {QStringLiteral("width"), width},
-                                                                  {QStringLiteral("height"), height}});
+        const QString width = s.type == 0 ? QStringLiteral("640")
+            : s.type == 1                 ? QStringLiteral("320")
+                                          : QStringLiteral("1");
+        const QString height = s.type == 0 ? QStringLiteral("360")
+            : s.type == 1                  ? QStringLiteral("180")
+                                           : QStringLiteral("1");
+        medium.insert(QStringLiteral("media_entity"),
+                      QJsonObject{{QStringLiteral("thumb_image_url"), thumbnail},
+                                  {QStringLiteral("width"), width},
+                                  {QStringLiteral("height"), height}});
         media.append(medium);
     }
     const QJsonObject account{{QStringLiteral("id"), 1001},
@@ -93,10 +98,11 @@ QByteArray scenario(const QString &mediaFolder, int cloudPort)
                               {QStringLiteral("media"), media}};
     // The first download of the price list breaks off, so the way back (Delete, then Download
     // again) can be tried.
-    const QJsonArray faults{QJsonObject{{QStringLiteral("kind"), QStringLiteral("drop_after")},
-                                        {QStringLiteral("prefix"), QStringLiteral("/files/") + QLatin1String(failingOnceId) + QLatin1Char('/')},
-                                        {QStringLiteral("bytes"), 512},
-                                        {QStringLiteral("times"), 1}}};
+    const QJsonArray faults{QJsonObject{
+        {QStringLiteral("kind"), QStringLiteral("drop_after")},
+        {QStringLiteral("prefix"), QStringLiteral("/files/") + QLatin1String(failingOnceId) + QLatin1Char('/')},
+        {QStringLiteral("bytes"), 512},
+        {QStringLiteral("times"), 1}}};
     return QJsonDocument(QJsonObject{{QStringLiteral("accounts"), QJsonArray{account}},
                                      {QStringLiteral("files"), files},
                                      {QStringLiteral("faults"), faults}})

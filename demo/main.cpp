@@ -80,10 +80,12 @@ int main(int argc, char *argv[])
                                                 QStringLiteral("DEMO-0001"));
     const QCommandLineOption appVersion(QStringLiteral("app-version"), QStringLiteral("The host's version."),
                                         QStringLiteral("version"), QStringLiteral("1.0.0"));
-    parser.addOptions({cloudConfig, language, scripted, role, group, groupFolder, deviceName, serialNumberOption, appVersion});
+    parser.addOptions(
+        {cloudConfig, language, scripted, role, group, groupFolder, deviceName, serialNumberOption, appVersion});
     parser.process(app);
     const QString roleName = parser.value(role);
-    if (roleName != QLatin1String("single") && roleName != QLatin1String("server") && roleName != QLatin1String("client"))
+    if (roleName != QLatin1String("single") && roleName != QLatin1String("server")
+        && roleName != QLatin1String("client"))
         parser.showHelp(1);
     const QString serialNumber = parser.value(serialNumberOption);
     const bool single = roleName == QLatin1String("single");
@@ -118,7 +120,8 @@ int main(int argc, char *argv[])
                 return 1;
             }
         } else {
-            std::printf("step: waiting for the server of group %s in %s\n", qPrintable(groupName), qPrintable(shared->path()));
+            std::printf("step: waiting for the server of group %s in %s\n", qPrintable(groupName),
+                        qPrintable(shared->path()));
             std::fflush(stdout);
             const auto found = shared->waitForServer(serverWaitMs);
             if (!found) {
@@ -131,7 +134,8 @@ int main(int argc, char *argv[])
             QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
             tls.addCaCertificates(QSslCertificate::fromPath(groupCloud.caFile, QSsl::Pem));
             QSslConfiguration::setDefaultConfiguration(tls);
-            std::printf("step: joining the cloud of group %s at %s\n", qPrintable(groupName), qPrintable(groupCloud.cloudUrl));
+            std::printf("step: joining the cloud of group %s at %s\n", qPrintable(groupName),
+                        qPrintable(groupCloud.cloudUrl));
             std::fflush(stdout);
         }
     }
@@ -152,8 +156,8 @@ int main(int argc, char *argv[])
     auto &wrapper = MainControllerWrapper::instance();
     std::unique_ptr<GroupRuntime> runtime;
     if (!single)
-        runtime = std::make_unique<GroupRuntime>(server ? GroupRuntime::Role::ProxyServer : GroupRuntime::Role::ProxyClient,
-                                                 groupName);
+        runtime = std::make_unique<GroupRuntime>(
+            server ? GroupRuntime::Role::ProxyServer : GroupRuntime::Role::ProxyClient, groupName);
     // The host's call order: runtime and config folder first, then the settings, then the session.
     // The module registers its calls before the group is joined, so no retained setting passes it by.
     wrapper.setRXRuntime(runtime.get());
@@ -173,16 +177,17 @@ int main(int argc, char *argv[])
     if (parser.isSet(scripted) && server) {
         // The server's half ends with its client's run, or fails without one.
         exitCode = 1;
-        QObject::connect(monitor.get(), &GroupServerMonitor::scriptFinished, &app, [&exitCode, &window, &appDir](int code) {
-            // The window as the group left it: its status in place of the panel.
-            const QString folder = QDir::cleanPath(appDir + QStringLiteral("/../screenshots"));
-            QDir().mkpath(folder);
-            if (window.grab().save(folder + QStringLiteral("/demo-group-server.png")))
-                std::printf("step: screenshot %s/demo-group-server.png\n", qPrintable(folder));
-            std::fflush(stdout);
-            exitCode = code;
-            QApplication::exit(code);
-        });
+        QObject::connect(monitor.get(), &GroupServerMonitor::scriptFinished, &app,
+                         [&exitCode, &window, &appDir](int code) {
+                             // The window as the group left it: its status in place of the panel.
+                             const QString folder = QDir::cleanPath(appDir + QStringLiteral("/../screenshots"));
+                             QDir().mkpath(folder);
+                             if (window.grab().save(folder + QStringLiteral("/demo-group-server.png")))
+                                 std::printf("step: screenshot %s/demo-group-server.png\n", qPrintable(folder));
+                             std::fflush(stdout);
+                             exitCode = code;
+                             QApplication::exit(code);
+                         });
         serverDeadline.setSingleShot(true);
         QObject::connect(&serverDeadline, &QTimer::timeout, &app, [] {
             std::printf("missing: the end of a client's scripted run (not within %d s)\n", scriptedServerMs / 1000);
@@ -192,8 +197,9 @@ int main(int argc, char *argv[])
         serverDeadline.start(scriptedServerMs);
     } else if (parser.isSet(scripted)) {
         // Before the group is joined: the settings retained there arrive as soon as it is.
-        run = std::make_unique<ScriptedRun>(&window, appDir + (single ? QStringLiteral("/../screenshots")
-                                                                      : QStringLiteral("/../screenshots/group-client")));
+        run = std::make_unique<ScriptedRun>(
+            &window,
+            appDir + (single ? QStringLiteral("/../screenshots") : QStringLiteral("/../screenshots/group-client")));
         if (!single)
             clientRun = std::make_unique<GroupClientRun>(run.get(), runtime.get(), groupCloud.cloudUrl,
                                                          shared->materialFolder(), materials);
@@ -208,15 +214,16 @@ int main(int argc, char *argv[])
     }
     if (runtime) {
         if (!runtime->start(groupCloud.brokerUrl)) {
-            std::fprintf(stderr, "cannot join group %s on %s\n", qPrintable(groupName), qPrintable(groupCloud.brokerUrl));
+            std::fprintf(stderr, "cannot join group %s on %s\n", qPrintable(groupName),
+                         qPrintable(groupCloud.brokerUrl));
             wrapper.setRXRuntime(nullptr);
             return 1;
         }
         std::printf("step: joined group %s as %s\n", qPrintable(groupName), qPrintable(runtime->identity()));
         std::fflush(stdout);
         if (!server)
-            window.showGroupStatus(QObject::tr("Client of group \"%1\"; the group's server downloads the materials.")
-                                       .arg(groupName));
+            window.showGroupStatus(
+                QObject::tr("Client of group \"%1\"; the group's server downloads the materials.").arg(groupName));
     }
     wrapper.setAppConfigPath(configFolder.toStdString());
     wrapper.setAppVersion(parser.value(appVersion).toStdString());

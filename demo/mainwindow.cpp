@@ -68,8 +68,8 @@ MainWindow::MainWindow(QWidget *parent)
     connect(&wrapper, &MainControllerWrapper::sigDownloadSuccess, this,
             [this](const std::string &, const std::string &path) {
                 ++d->downloadCount;
-                d->downloads->setText(tr("%n download(s), last: %1", nullptr, d->downloadCount)
-                                          .arg(QString::fromStdString(path)));
+                d->downloads->setText(
+                    tr("%n download(s), last: %1", nullptr, d->downloadCount).arg(QString::fromStdString(path)));
             });
 }
 

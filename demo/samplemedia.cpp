@@ -120,14 +120,14 @@ QByteArray SampleMedia::video(const QString &title, int seed)
     avih += QByteArray(16, '\0');
 
     QByteArray strh("vidsMJPG", 8);
-    appendU32(strh, 0);       // flags
-    appendU16(strh, 0);       // priority
-    appendU16(strh, 0);       // language
-    appendU32(strh, 0);       // initial frames
-    appendU32(strh, 1);       // scale
-    appendU32(strh, fps);     // rate
-    appendU32(strh, 0);       // start
-    appendU32(strh, frames);  // length
+    appendU32(strh, 0); // flags
+    appendU16(strh, 0); // priority
+    appendU16(strh, 0); // language
+    appendU32(strh, 0); // initial frames
+    appendU32(strh, 1); // scale
+    appendU32(strh, fps); // rate
+    appendU32(strh, 0); // start
+    appendU32(strh, frames); // length
     appendU32(strh, largest); // suggested buffer size
     appendU32(strh, 0xFFFFFFFF);
     appendU32(strh, 0);
@@ -146,7 +146,8 @@ QByteArray SampleMedia::video(const QString &title, int seed)
     appendU32(strf, width * height * 3);
     strf += QByteArray(16, '\0');
 
-    const QByteArray header = list("hdrl", chunk("avih", avih) + list("strl", chunk("strh", strh) + chunk("strf", strf)));
+    const QByteArray header =
+        list("hdrl", chunk("avih", avih) + list("strl", chunk("strh", strh) + chunk("strf", strf)));
     const QByteArray body = QByteArray("AVI ", 4) + header + list("movi", movi) + chunk("idx1", index);
     return chunk("RIFF", body);
 }
@@ -215,14 +216,24 @@ bool SampleMedia::write(const QString &path, int mediaType, const QString &title
 {
     QByteArray bytes;
     switch (mediaType) {
-    case 0: bytes = picture(title, seed, path.endsWith(QLatin1String(".png")) ? "PNG" : "JPEG"); break;
-    case 1: bytes = video(title, seed); break;
-    case 2: bytes = audio(seed); break;
-    case 3: bytes = document(title); break;
-    default: return false;
+    case 0:
+        bytes = picture(title, seed, path.endsWith(QLatin1String(".png")) ? "PNG" : "JPEG");
+        break;
+    case 1:
+        bytes = video(title, seed);
+        break;
+    case 2:
+        bytes = audio(seed);
+        break;
+    case 3:
+        bytes = document(title);
+        break;
+    default:
+        return false;
     }
     QFile file(path);
-    return !bytes.isEmpty() && file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+    return !bytes.isEmpty() && file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        && file.write(bytes) == bytes.size();
 }
 
 bool SampleMedia::writeThumbnail(const QString &path, const QString &title, int seed)

@@ -92,8 +92,9 @@ void say(const QString &line)
 class ScriptedRun::Private
 {
 public:
-    struct Step {
-        QString missing;               // what is reported if the step never completes
+    struct Step
+    {
+        QString missing; // what is reported if the step never completes
         std::function<bool()> reached; // polled until true
     };
 
@@ -312,54 +313,56 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                             }
                             return true;
                         }});
-    d->steps.push_back({QStringLiteral("three sigDownloadSuccess"), [this] {
-                            if (!d->downloadAsked) {
-                                d->downloadAsked = true;
-                                QListWidget *list = d->materialList();
-                                list->clearSelection();
-                                for (int row = 0; row < list->count(); ++row) {
-                                    QListWidgetItem *item = list->item(row);
-                                    if (downloadIds.contains(item->data(materialIdRole).toString()))
-                                        item->setSelected(true);
-                                }
-                                say(QStringLiteral("downloading %1 selected materials").arg(list->selectedItems().size()));
-                                d->panel()->findChild<QPushButton *>(QStringLiteral("downloadBtn"))->click();
-                            }
-                            return d->downloaded.size() >= 3;
-                        }});
-    d->steps.push_back({QStringLiteral("a material on the playlist"), [this] {
-                            PlaylistWidget *playlist = d->window->playlist();
-                            if (playlist->count() > 0) {
-                                say(QStringLiteral("playlist holds %1").arg(playlist->item(0)->text()));
-                                return true;
-                            }
-                            if (d->pointerDragging)
-                                return false;
-                            QListWidget *list = d->materialList();
-                            QListWidgetItem *item = nullptr;
-                            for (int row = 0; list && row < list->count() && !item; ++row) {
-                                if (list->item(row)->data(materialIdRole).toString() == downloadIds.front())
-                                    item = list->item(row);
-                            }
-                            if (!item)
-                                return false;
-                            if (!d->pointer.isAvailable()) {
-                                say(QStringLiteral("no X test extension here: dropping without the pointer"));
-                                playlist->addMaterial(d->downloaded.front());
-                                return false;
-                            }
-                            // A real drag: press on the material in the grid, move onto the playlist, let go.
-                            // Pressing on one of several selected items keeps them all; the drag
-                            // carries the first, so the material is made the only selection.
-                            list->clearSelection();
-                            list->scrollToItem(item);
-                            const QPoint from = list->viewport()->mapToGlobal(list->visualItemRect(item).center());
-                            const QPoint to = playlist->mapToGlobal(playlist->rect().center());
-                            say(QStringLiteral("dragging %1 onto the playlist with the pointer").arg(downloadIds.front()));
-                            d->pointerDragging = true;
-                            d->pointer.drag(from, to);
-                            return false;
-                        }});
+    d->steps.push_back(
+        {QStringLiteral("three sigDownloadSuccess"), [this] {
+             if (!d->downloadAsked) {
+                 d->downloadAsked = true;
+                 QListWidget *list = d->materialList();
+                 list->clearSelection();
+                 for (int row = 0; row < list->count(); ++row) {
+                     QListWidgetItem *item = list->item(row);
+                     if (downloadIds.contains(item->data(materialIdRole).toString()))
+                         item->setSelected(true);
+                 }
+                 say(QStringLiteral("downloading %1 selected materials").arg(list->selectedItems().size()));
+                 d->panel()->findChild<QPushButton *>(QStringLiteral("downloadBtn"))->click();
+             }
+             return d->downloaded.size() >= 3;
+         }});
+    d->steps.push_back(
+        {QStringLiteral("a material on the playlist"), [this] {
+             PlaylistWidget *playlist = d->window->playlist();
+             if (playlist->count() > 0) {
+                 say(QStringLiteral("playlist holds %1").arg(playlist->item(0)->text()));
+                 return true;
+             }
+             if (d->pointerDragging)
+                 return false;
+             QListWidget *list = d->materialList();
+             QListWidgetItem *item = nullptr;
+             for (int row = 0; list && row < list->count() && !item; ++row) {
+                 if (list->item(row)->data(materialIdRole).toString() == downloadIds.front())
+                     item = list->item(row);
+             }
+             if (!item)
+                 return false;
+             if (!d->pointer.isAvailable()) {
+                 say(QStringLiteral("no X test extension here: dropping without the pointer"));
+                 playlist->addMaterial(d->downloaded.front());
+                 return false;
+             }
+             // A real drag: press on the material in the grid, move onto the playlist, let go.
+             // Pressing on one of several selected items keeps them all; the drag
+             // carries the first, so the material is made the only selection.
+             list->clearSelection();
+             list->scrollToItem(item);
+             const QPoint from = list->viewport()->mapToGlobal(list->visualItemRect(item).center());
+             const QPoint to = playlist->mapToGlobal(playlist->rect().center());
+             say(QStringLiteral("dragging %1 onto the playlist with the pointer").arg(downloadIds.front()));
+             d->pointerDragging = true;
+             d->pointer.drag(from, to);
+             return false;
+         }});
     // The local cloud breaks off the first download of this material: Delete clears what it left.
     d->steps.push_back({QStringLiteral("a failed download recovered with Delete"), [this, shoot] {
                             using Recovery = Private::Recovery;
@@ -377,7 +380,8 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                                 say(QStringLiteral("%1 failed; deleting what it left").arg(id));
                                 shoot(d->panel(), QStringLiteral("demo-download-failed.png"));
                                 // The confirmation is a window of its own; it is answered on the next turn.
-                                QMetaObject::invokeMethod(d->button("delBtn"), &QPushButton::click, Qt::QueuedConnection);
+                                QMetaObject::invokeMethod(d->button("delBtn"), &QPushButton::click,
+                                                          Qt::QueuedConnection);
                                 d->recovery = Recovery::Deleting;
                                 return false;
                             case Recovery::Deleting: {
@@ -407,59 +411,60 @@ ScriptedRun::ScriptedRun(MainWindow *window, const QString &screenshotFolder, QO
                             return false;
                         }});
     // The same drag from the table.
-    d->steps.push_back({QStringLiteral("a material dragged from the table onto the playlist"), [this, shoot] {
-                            PlaylistWidget *playlist = d->window->playlist();
-                            if (playlist->count() > 1) {
-                                say(QStringLiteral("playlist holds %1 from the table").arg(playlist->item(1)->text()));
-                                shoot(d->window, QStringLiteral("demo-drag-from-table.png"));
-                                return true;
-                            }
-                            if (d->pointerDragging)
-                                return false;
-                            auto *tree = d->panel()->findChild<QTreeWidget *>(QStringLiteral("detailTreeWidget"));
-                            if (!tree)
-                                return false;
-                            if (!tree->isVisible()) {
-                                d->button("treeModeBtn")->click();
-                                return false;
-                            }
-                            QTreeWidgetItem *row = nullptr;
-                            for (int i = 0; i < tree->topLevelItemCount() && !row; ++i) {
-                                if (tree->topLevelItem(i)->text(7) == QLatin1String(failingOnceId))
-                                    row = tree->topLevelItem(i);
-                            }
-                            if (!row)
-                                return false;
-                            if (!d->pointer.isAvailable()) {
-                                say(QStringLiteral("no X test extension here: dropping without the pointer"));
-                                playlist->addMaterial(row->text(8));
-                                return false;
-                            }
-                            tree->clearSelection();
-                            tree->scrollToItem(row);
-                            const QPoint from = tree->viewport()->mapToGlobal(tree->visualItemRect(row).center());
-                            const QPoint to = playlist->mapToGlobal(playlist->rect().center());
-                            say(QStringLiteral("dragging %1 from the table onto the playlist").arg(QLatin1String(failingOnceId)));
-                            d->pointerDragging = true;
-                            d->pointer.drag(from, to);
-                            return false;
-                        }});
+    d->steps.push_back(
+        {QStringLiteral("a material dragged from the table onto the playlist"), [this, shoot] {
+             PlaylistWidget *playlist = d->window->playlist();
+             if (playlist->count() > 1) {
+                 say(QStringLiteral("playlist holds %1 from the table").arg(playlist->item(1)->text()));
+                 shoot(d->window, QStringLiteral("demo-drag-from-table.png"));
+                 return true;
+             }
+             if (d->pointerDragging)
+                 return false;
+             auto *tree = d->panel()->findChild<QTreeWidget *>(QStringLiteral("detailTreeWidget"));
+             if (!tree)
+                 return false;
+             if (!tree->isVisible()) {
+                 d->button("treeModeBtn")->click();
+                 return false;
+             }
+             QTreeWidgetItem *row = nullptr;
+             for (int i = 0; i < tree->topLevelItemCount() && !row; ++i) {
+                 if (tree->topLevelItem(i)->text(7) == QLatin1String(failingOnceId))
+                     row = tree->topLevelItem(i);
+             }
+             if (!row)
+                 return false;
+             if (!d->pointer.isAvailable()) {
+                 say(QStringLiteral("no X test extension here: dropping without the pointer"));
+                 playlist->addMaterial(row->text(8));
+                 return false;
+             }
+             tree->clearSelection();
+             tree->scrollToItem(row);
+             const QPoint from = tree->viewport()->mapToGlobal(tree->visualItemRect(row).center());
+             const QPoint to = playlist->mapToGlobal(playlist->rect().center());
+             say(QStringLiteral("dragging %1 from the table onto the playlist").arg(QLatin1String(failingOnceId)));
+             d->pointerDragging = true;
+             d->pointer.drag(from, to);
+             return false;
+         }});
     // The host switches the language while the panel is open: the panel follows.
-    d->steps.push_back({QStringLiteral("the panel in the new language"), [this, shoot] {
-                            auto *tree = d->panel()->findChild<QTreeWidget *>(QStringLiteral("detailTreeWidget"));
-                            const QString header = tree->headerItem()->text(0);
-                            if (d->languageBefore.isEmpty()) {
-                                d->languageBefore = header;
-                                MainControllerWrapper::instance().setCurrentLanguage(
-                                    header == QLatin1String("Name") ? "zh_CN" : "en");
-                                return false;
-                            }
-                            if (header == d->languageBefore)
-                                return false;
-                            say(QStringLiteral("panel switched language: \"%1\" is now \"%2\"").arg(d->languageBefore, header));
-                            shoot(d->panel(), QStringLiteral("demo-panel-language.png"));
-                            return true;
-                        }});
+    d->steps.push_back(
+        {QStringLiteral("the panel in the new language"), [this, shoot] {
+             auto *tree = d->panel()->findChild<QTreeWidget *>(QStringLiteral("detailTreeWidget"));
+             const QString header = tree->headerItem()->text(0);
+             if (d->languageBefore.isEmpty()) {
+                 d->languageBefore = header;
+                 MainControllerWrapper::instance().setCurrentLanguage(header == QLatin1String("Name") ? "zh_CN" : "en");
+                 return false;
+             }
+             if (header == d->languageBefore)
+                 return false;
+             say(QStringLiteral("panel switched language: \"%1\" is now \"%2\"").arg(d->languageBefore, header));
+             shoot(d->panel(), QStringLiteral("demo-panel-language.png"));
+             return true;
+         }});
 }
 
 ScriptedRun::~ScriptedRun() = default;

@@ -44,8 +44,8 @@ struct Root
     std::vector<std::vector<std::int32_t>> grid;
     std::vector<Root> children;
 };
-AJSON(Root, text, flag, i32, i64, u64, u32, i16, u8, real, loose, leaf, leaves, texts, numbers,
-      counts, reals, flags, grid, children)
+AJSON(Root, text, flag, i32, i64, u64, u32, i16, u8, real, loose, leaf, leaves, texts, numbers, counts, reals, flags,
+      grid, children)
 
 struct Outcome
 {
@@ -90,15 +90,14 @@ bool hasAboveFFFF(const std::string &s, Above which)
             continue;
         if ((b(1) & 0xC0) != 0x80 || (b(2) & 0xC0) != 0x80 || (b(3) & 0xC0) != 0x80)
             continue;
-        const unsigned cp = (b(0) & 0x07u) << 18 | (b(1) & 0x3Fu) << 12 | (b(2) & 0x3Fu) << 6
-            | (b(3) & 0x3Fu);
+        const unsigned cp = (b(0) & 0x07u) << 18 | (b(1) & 0x3Fu) << 12 | (b(2) & 0x3Fu) << 6 | (b(3) & 0x3Fu);
         if (cp >= 0x10000 && cp <= 0x10FFFF && (which == Above::any || (cp & 0xFFFF) == 0))
             return true;
     }
     return false;
 }
 
-template <class T>
+template<class T>
 bool anyString(const T &value, Above which)
 {
     if constexpr (std::is_base_of_v<std::string, T>) {
@@ -111,9 +110,8 @@ bool anyString(const T &value, Above which)
         return false;
     } else if constexpr (ajson::detail::is_record<T>::value) {
         bool found = false;
-        ajson_for_each_member(value, [&found, which](std::size_t, const auto &member) {
-            found = found || anyString(member, which);
-        });
+        ajson_for_each_member(
+            value, [&found, which](std::size_t, const auto &member) { found = found || anyString(member, which); });
         return found;
     } else {
         return false;
@@ -145,12 +143,11 @@ std::string spacedOut(const std::string &compact)
 
 [[noreturn]] void fail(const char *what, const std::string &a, const std::string &b)
 {
-    std::fprintf(stderr, "fuzz_ajson: %s\n  first:  %s\n  second: %s\n", what, a.c_str(),
-                 b.c_str());
+    std::fprintf(stderr, "fuzz_ajson: %s\n  first:  %s\n  second: %s\n", what, a.c_str(), b.c_str());
     std::abort();
 }
 
-}  // namespace fuzzing
+} // namespace fuzzing
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
@@ -164,8 +161,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (bounded.ok != terminated.ok || bounded.error != terminated.error)
         fail("explicit length and NUL termination disagree", bounded.error, terminated.error);
     if (bounded.written != terminated.written)
-        fail("explicit length and NUL termination read different records", bounded.written,
-             terminated.written);
+        fail("explicit length and NUL termination read different records", bounded.written, terminated.written);
 
     // Whatever was read writes out as a text that reads back; from the second writing on the
     // text no longer changes.

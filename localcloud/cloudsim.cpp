@@ -1,7 +1,7 @@
 #include "localcloud/cloudsim.h"
 
-#include <QDebug>
 #include <QDeadlineTimer>
+#include <QDebug>
 #include <QEventLoop>
 #include <QFile>
 #include <QJsonDocument>
@@ -30,8 +30,7 @@ public:
     int exitCode = -1;
 };
 
-bool CloudSim::Private::control(const QByteArray &verb, const QString &path, const QByteArray &body,
-                                QByteArray *reply)
+bool CloudSim::Private::control(const QByteArray &verb, const QString &path, const QByteArray &body, QByteArray *reply)
 {
     if (!process || port == 0)
         return false;

@@ -24,8 +24,8 @@ public:
 
     struct Options
     {
-        int port = 0;     // 0: the system chooses
-        QString mqttUrl;  // the broker of the device service; empty: the scenario's
+        int port = 0; // 0: the system chooses
+        QString mqttUrl; // the broker of the device service; empty: the scenario's
     };
 
     /** Starts cloudsim on @p scenarioJson (a running one is stopped first). */

@@ -32,8 +32,9 @@ bool accepts(int port)
 QString findMosquittoProgram(const QString &name)
 {
     // mosquitto lives in sbin, which is not always on the PATH.
-    return QStandardPaths::findExecutable(name, {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin"),
-                                                 QStringLiteral("/usr/local/sbin"), QStringLiteral("/usr/local/bin")});
+    return QStandardPaths::findExecutable(name,
+                                          {QStringLiteral("/usr/sbin"), QStringLiteral("/usr/bin"),
+                                           QStringLiteral("/usr/local/sbin"), QStringLiteral("/usr/local/bin")});
 }
 
 Mosquitto::Mosquitto() = default;
@@ -56,11 +57,11 @@ bool Mosquitto::start(Options options)
     if (m_options.tls) {
         QProcess openssl;
         openssl.start(QStringLiteral("openssl"),
-                      {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("rsa:2048"),
-                       QStringLiteral("-nodes"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1"),
-                       QStringLiteral("-days"), QStringLiteral("2"),
-                       QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("server.key")),
-                       QStringLiteral("-out"), m_dir.filePath(QStringLiteral("server.crt"))});
+                      {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                       QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-subj"),
+                       QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-days"), QStringLiteral("2"),
+                       QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("server.key")), QStringLiteral("-out"),
+                       m_dir.filePath(QStringLiteral("server.crt"))});
         if (!openssl.waitForFinished(60000) || openssl.exitCode() != 0)
             return false;
     }
@@ -173,8 +174,9 @@ MosquittoSub::MosquittoSub(int port, const QString &filter)
 {
     // mosquitto_sub does not flush its trace into a pipe; line buffering makes it readable live.
     m_process.start(QStandardPaths::findExecutable(QStringLiteral("stdbuf")),
-                    {QStringLiteral("-oL"), findMosquittoProgram(QStringLiteral("mosquitto_sub")), QStringLiteral("-h"), QStringLiteral("127.0.0.1"), QStringLiteral("-p"), QString::number(port),
-                     QStringLiteral("-v"), QStringLiteral("-d"), QStringLiteral("-t"), filter});
+                    {QStringLiteral("-oL"), findMosquittoProgram(QStringLiteral("mosquitto_sub")), QStringLiteral("-h"),
+                     QStringLiteral("127.0.0.1"), QStringLiteral("-p"), QString::number(port), QStringLiteral("-v"),
+                     QStringLiteral("-d"), QStringLiteral("-t"), filter});
 }
 
 MosquittoSub::~MosquittoSub()

@@ -27,10 +27,12 @@ void forEachConnectedSocket(Visit visit)
         const long fd = std::strtol(entry->d_name, &end, 10);
         if (end == entry->d_name || *end != '\0' || fd == dirfd(fds))
             continue;
-        struct stat st {};
+        struct stat st
+        {
+        };
         if (fstat(static_cast<int>(fd), &st) != 0 || !S_ISSOCK(st.st_mode))
             continue;
-        sockaddr_storage peer {};
+        sockaddr_storage peer{};
         socklen_t length = sizeof peer;
         if (getpeername(static_cast<int>(fd), reinterpret_cast<sockaddr *>(&peer), &length) != 0)
             continue;

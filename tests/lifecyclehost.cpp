@@ -201,11 +201,11 @@ int main(int argc, char *argv[])
     QObject::connect(&cloud, &MainControllerWrapper::loginSuccess, &window,
                      [](const std::string &user) { say(QStringLiteral("login ") + QString::fromStdString(user)); });
     QObject::connect(&cloud, &MainControllerWrapper::exitLoginSuccess, &window, [] { say(QStringLiteral("logout")); });
-    QObject::connect(&cloud, &MainControllerWrapper::sigDownloadSuccess, &window,
-                     [](const std::string &id, const std::string &path) {
-                         say(QStringLiteral("downloaded %1 %2")
-                                 .arg(QString::fromStdString(id), QString::fromStdString(path)));
-                     });
+    QObject::connect(
+        &cloud, &MainControllerWrapper::sigDownloadSuccess, &window,
+        [](const std::string &id, const std::string &path) {
+            say(QStringLiteral("downloaded %1 %2").arg(QString::fromStdString(id), QString::fromStdString(path)));
+        });
     layout->addWidget(cloud.cloudMaterialList());
     window.resize(720, 480);
     window.show();

@@ -14,7 +14,11 @@
 
 namespace probe {
 
-struct Child { std::int32_t n = 0; std::string name; };
+struct Child
+{
+    std::int32_t n = 0;
+    std::string name;
+};
 AJSON(Child, n, name)
 
 // One member of every kind the mapping supports.
@@ -35,42 +39,63 @@ struct Probe
 AJSON(Probe, s, b, i32, i64, u64, u32, d, child, ints, strs, kids)
 
 // A field list written the way some of the cloud's records are: blanks in odd places.
-struct Spaced { std::string alpha, beta; std::int32_t gamma = 0; };
-AJSON(Spaced, alpha,beta , gamma)
+struct Spaced
+{
+    std::string alpha, beta;
+    std::int32_t gamma = 0;
+};
+AJSON(Spaced, alpha, beta, gamma)
 
 // Nests through its own vector, so a text can drive reading as deep as it likes.
-struct Node { std::int32_t n = 0; std::vector<Node> kids; };
+struct Node
+{
+    std::int32_t n = 0;
+    std::vector<Node> kids;
+};
 AJSON(Node, n, kids)
 
 // Fields the cloud sends as numbers or as strings.
-struct Loose { ajson::text size, status; };
+struct Loose
+{
+    ajson::text size, status;
+};
 AJSON(Loose, size, status)
 
 // Used by the concurrency test only, so that its name table is built there.
-struct FirstUse { std::int32_t id = 0; std::string name; };
+struct FirstUse
+{
+    std::int32_t id = 0;
+    std::string name;
+};
 AJSON(FirstUse, id, name)
 
 // Allocates by throwing something that is not a std::exception.
-template <class T>
+template<class T>
 struct RefusingAllocator
 {
     using value_type = T;
     RefusingAllocator() = default;
-    template <class U>
-    RefusingAllocator(const RefusingAllocator<U> &) {}
+    template<class U>
+    RefusingAllocator(const RefusingAllocator<U> &)
+    {
+    }
     T *allocate(std::size_t) { throw 7; }
-    void deallocate(T *, std::size_t) {}
+    void deallocate(T *, std::size_t) { }
     bool operator==(const RefusingAllocator &) const { return true; }
     bool operator!=(const RefusingAllocator &) const { return false; }
 };
-struct Refusing { std::int32_t first = 0; std::vector<std::int32_t, RefusingAllocator<std::int32_t>> values; };
+struct Refusing
+{
+    std::int32_t first = 0;
+    std::vector<std::int32_t, RefusingAllocator<std::int32_t>> values;
+};
 AJSON(Refusing, first, values)
 
-}  // namespace probe
+} // namespace probe
 
 namespace {
 
-template <class T>
+template<class T>
 std::string written(const T &record)
 {
     ajson::string_stream out;
@@ -83,7 +108,12 @@ std::string written(const T &record)
 QString describe(const probe::Probe &p)
 {
     auto child = [](const probe::Child &c) {
-        return QLatin1Char('{') + QStringList{c.n ? QStringLiteral("n=%1").arg(c.n) : QString(), c.name.empty() ? QString() : "name=" + QString::fromStdString(c.name)}.join(' ').trimmed() + '}';
+        return QLatin1Char('{')
+            + QStringList{c.n ? QStringLiteral("n=%1").arg(c.n) : QString(),
+                          c.name.empty() ? QString() : "name=" + QString::fromStdString(c.name)}
+                  .join(' ')
+                  .trimmed()
+            + '}';
     };
     auto list = [](const auto &v, auto show) {
         QStringList items;
@@ -92,9 +122,14 @@ QString describe(const probe::Probe &p)
         return '[' + items.join(',') + ']';
     };
     const std::pair<bool, QString> members[] = {
-        {!p.s.empty(), "s=" + QString::fromStdString(p.s)}, {p.b, "b=true"}, {p.i32 != 0, "i32=" + QString::number(p.i32)},
-        {p.i64 != 0, "i64=" + QString::number(p.i64)}, {p.u64 != 0, "u64=" + QString::number(p.u64)}, {p.u32 != 0, "u32=" + QString::number(p.u32)},
-        {p.d != 0.0, "d=" + QString::number(p.d, 'g', 17)}, {p.child.n || !p.child.name.empty(), "child=" + child(p.child)},
+        {!p.s.empty(), "s=" + QString::fromStdString(p.s)},
+        {p.b, "b=true"},
+        {p.i32 != 0, "i32=" + QString::number(p.i32)},
+        {p.i64 != 0, "i64=" + QString::number(p.i64)},
+        {p.u64 != 0, "u64=" + QString::number(p.u64)},
+        {p.u32 != 0, "u32=" + QString::number(p.u32)},
+        {p.d != 0.0, "d=" + QString::number(p.d, 'g', 17)},
+        {p.child.n || !p.child.name.empty(), "child=" + child(p.child)},
         {!p.ints.empty(), "ints=" + list(p.ints, [](std::int32_t i) { return QString::number(i); })},
         {!p.strs.empty(), "strs=" + list(p.strs, [](const std::string &s) { return QString::fromStdString(s); })},
         {!p.kids.empty(), "kids=" + list(p.kids, child)}};
@@ -106,7 +141,7 @@ QString describe(const probe::Probe &p)
 }
 
 // The error text of reading, or "" when there was none.
-template <class T>
+template<class T>
 QString errorOf(T &record, const char *text, std::size_t length)
 {
     try {
@@ -135,7 +170,7 @@ bool writeFile(const QString &path, const QByteArray &bytes)
     return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
 }
 
-}  // namespace
+} // namespace
 
 class TestAjson : public QObject
 {
@@ -152,7 +187,8 @@ private Q_SLOTS:
 
         probe::Probe p;
         QVERIFY(before.isEmpty() || errorOf(p, before.constData(), std::size_t(before.size())).isEmpty());
-        const QString error = errorOf(p, text.isNull() ? nullptr : text.constData(), std::size_t(length < 0 ? text.size() : length));
+        const QString error =
+            errorOf(p, text.isNull() ? nullptr : text.constData(), std::size_t(length < 0 ? text.size() : length));
         QCOMPARE(error.isEmpty() ? describe(p) : describe(p) + '|' + error, expected);
     }
 
@@ -162,12 +198,23 @@ private Q_SLOTS:
     void writer()
     {
         probe::Probe p;
-        QCOMPARE(QByteArray::fromStdString(written(p)), QByteArray(R"({"s":"","b":false,"i32":0,"i64":0,"u64":0,"u32":0,"d":0,)"
-                                                                   R"("child":{"n":0,"name":""},"ints":[],"strs":[],"kids":[]})"));
-        p = {"a\tb", true, std::numeric_limits<std::int32_t>::min(), -9000000000, std::numeric_limits<std::uint64_t>::max(), 4000000000u, 2.5,
-             {3, "c"}, {1, -2}, {"x", ""}, {{1, ""}, {0, "k"}}};
-        const QByteArray full(R"({"s":"a\tb","b":true,"i32":-2147483648,"i64":-9000000000,"u64":18446744073709551615,"u32":4000000000,"d":2.5,)"
-                              R"("child":{"n":3,"name":"c"},"ints":[1,-2],"strs":["x",""],"kids":[{"n":1,"name":""},{"n":0,"name":"k"}]})");
+        QCOMPARE(QByteArray::fromStdString(written(p)),
+                 QByteArray(R"({"s":"","b":false,"i32":0,"i64":0,"u64":0,"u32":0,"d":0,)"
+                            R"("child":{"n":0,"name":""},"ints":[],"strs":[],"kids":[]})"));
+        p = {"a\tb",
+             true,
+             std::numeric_limits<std::int32_t>::min(),
+             -9000000000,
+             std::numeric_limits<std::uint64_t>::max(),
+             4000000000u,
+             2.5,
+             {3, "c"},
+             {1, -2},
+             {"x", ""},
+             {{1, ""}, {0, "k"}}};
+        const QByteArray full(
+            R"({"s":"a\tb","b":true,"i32":-2147483648,"i64":-9000000000,"u64":18446744073709551615,"u32":4000000000,"d":2.5,)"
+            R"("child":{"n":3,"name":"c"},"ints":[1,-2],"strs":["x",""],"kids":[{"n":1,"name":""},{"n":0,"name":"k"}]})");
         QCOMPARE(QByteArray::fromStdString(written(p)), full);
         // Any stream with write() and put() takes the same text; a string_stream appends.
         std::ostringstream os;
@@ -185,14 +232,19 @@ private Q_SLOTS:
         // the 1001st bracket is the `{` that starts group 501 of `{"kids":[`.
         probe::Node root;
         const QByteArray deep = QByteArray("{\"kids\":[").repeated(100000);
-        QCOMPARE(errorOf(root, deep.constData(), std::size_t(deep.size())), expectedError(0, 500 * 9 + 1, "invalid json document!"));
+        QCOMPARE(errorOf(root, deep.constData(), std::size_t(deep.size())),
+                 expectedError(0, 500 * 9 + 1, "invalid json document!"));
     }
 
     void textMembers()
     {
-        const struct { const char *text, *size, *written; } rows[] = {
-            {R"({"size":"1080"})", "1080", "1080"}, {R"({"size":-1.50e3})", "-1.50e3", "-1.50e3"},
-            {R"({"size":abc})", "abc", "abc"}, {R"({"size":"a\u00e9"})", "a\xC3\xA9", R"(a\u00E9)"}};
+        const struct
+        {
+            const char *text, *size, *written;
+        } rows[] = {{R"({"size":"1080"})", "1080", "1080"},
+                    {R"({"size":-1.50e3})", "-1.50e3", "-1.50e3"},
+                    {R"({"size":abc})", "abc", "abc"},
+                    {R"({"size":"a\u00e9"})", "a\xC3\xA9", R"(a\u00E9)"}};
         for (const auto &row : rows) {
             probe::Loose loose;
             ajson::load_from_buff(loose, row.text);
@@ -236,11 +288,18 @@ private Q_SLOTS:
     {
         QTemporaryDir dir;
         probe::Probe p;
-        const QByteArray path = dir.filePath("f.json").toLocal8Bit(), missing = dir.filePath("missing.json").toLocal8Bit();
-        // A byte-order mark is skipped and does not count for positions; the errors come from reading, not from opening.
-        const struct { QByteArray bytes; QString error; } rows[] = {
-            {"\xEF\xBB\xBF{\"i32\":7}", QString()}, {"\xEF\xBB\xBF{\"s\":1}", expectedError(0, 6, "not a valid string.")},
-            {"\xEF\xBB", expectedError(0, 2, "read object must start with {!")}, {"", expectedError(0, 0, "read object must start with {!")}};
+        const QByteArray path = dir.filePath("f.json").toLocal8Bit(),
+                         missing = dir.filePath("missing.json").toLocal8Bit();
+        // A byte-order mark is skipped and does not count for positions; the errors come from reading, not from
+        // opening.
+        const struct
+        {
+            QByteArray bytes;
+            QString error;
+        } rows[] = {{"\xEF\xBB\xBF{\"i32\":7}", QString()},
+                    {"\xEF\xBB\xBF{\"s\":1}", expectedError(0, 6, "not a valid string.")},
+                    {"\xEF\xBB", expectedError(0, 2, "read object must start with {!")},
+                    {"", expectedError(0, 0, "read object must start with {!")}};
         for (const auto &row : rows) {
             QVERIFY(writeFile(path, row.bytes));
             try {
@@ -264,7 +323,8 @@ private Q_SLOTS:
         p.s = "\xC3\xA9";
         ajson::save_to_file(p, path.constData());
         QFile f(path);
-        QCOMPARE(f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("unreadable"), QByteArray::fromStdString(written(p)));
+        QCOMPARE(f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("unreadable"),
+                 QByteArray::fromStdString(written(p)));
     }
 
     // What was read before an error stays, the rest keeps its value; the error is logged once,
@@ -280,7 +340,8 @@ private Q_SLOTS:
         const char text[] = R"({"i32":61})";
         ajson::load_from_buff_nothrow(p, text, 8); // the explicit length is passed on
         QCOMPARE(p.i32, 6);
-        const QByteArray missing = dir.filePath("nothing.json").toLocal8Bit(), bad = dir.filePath("bad.json").toLocal8Bit();
+        const QByteArray missing = dir.filePath("nothing.json").toLocal8Bit(),
+                         bad = dir.filePath("bad.json").toLocal8Bit();
         ajson::load_from_file_nothrow(p, missing.constData());
         QVERIFY(writeFile(bad, "{\"i32\":4,\n\"ints\":{}}"));
         ajson::load_from_file_nothrow(p, bad.constData());
@@ -290,14 +351,17 @@ private Q_SLOTS:
 
         const QString buff = QStringLiteral("load from buff throw exception: e.what() is:{} ");
         const QString file = QStringLiteral("load from file throw exception: e.what() is: ");
-        const QStringList expected{buff + expectedError(0, 22, "not a valid bool."), buff + expectedError(0, 8, "object key must be string"),
-                                   file + "can't open file:" + missing, file + expectedError(1, 8, "array must start with [.")};
+        const QStringList expected{
+            buff + expectedError(0, 22, "not a valid bool."), buff + expectedError(0, 8, "object key must be string"),
+            file + "can't open file:" + missing, file + expectedError(1, 8, "array must start with [.")};
         QCOMPARE(s_records.size(), expected.size());
         for (int i = 0; i < expected.size(); ++i) {
             const QStringList &r = s_records.at(i);
             QCOMPARE(r.mid(0, 3), (QStringList{QString::number(QtInfoMsg), "rxcm.json", "cloudmaterial/ajsonex"}));
             QCOMPARE(r.at(4), expected.at(i));
-            QVERIFY2(r.at(3).contains(i < 2 ? "load_from_buff_nothrow" : "load_from_file_nothrow") && r.at(3).contains("probe::Probe"), qPrintable(r.at(3)));
+            QVERIFY2(r.at(3).contains(i < 2 ? "load_from_buff_nothrow" : "load_from_file_nothrow")
+                         && r.at(3).contains("probe::Probe"),
+                     qPrintable(r.at(3)));
         }
         // The category's filter is obeyed.
         QLoggingCategory::setFilterRules(QStringLiteral("rxcm.json.info=false"));
@@ -326,8 +390,10 @@ private Q_SLOTS:
                 for (++ready; ready.load() < 8;)
                     std::this_thread::yield();
                 for (int k = 0; k < 200; ++k) {
-                    const std::string expected = "{\"id\":" + std::to_string(t * 1000 + k) + ",\"name\":\"t" + std::to_string(t) + "\"}";
-                    const std::string text = "{\"name\":\"t" + std::to_string(t) + "\",\"id\":" + std::to_string(t * 1000 + k) + "}";
+                    const std::string expected =
+                        "{\"id\":" + std::to_string(t * 1000 + k) + ",\"name\":\"t" + std::to_string(t) + "\"}";
+                    const std::string text =
+                        "{\"name\":\"t" + std::to_string(t) + "\",\"id\":" + std::to_string(t * 1000 + k) + "}";
                     probe::FirstUse rec;
                     ajson::load_from_buff(rec, text.c_str(), text.size());
                     failures += written(rec) != expected;
@@ -345,19 +411,22 @@ void TestAjson::reading_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QByteArray>("text"); // null: no text at all
-    QTest::addColumn<int>("length");      // -1: the whole text
+    QTest::addColumn<int>("length"); // -1: the whole text
     QTest::addColumn<QString>("expected"); // what was read, "|" and the error where there is one
 
     auto row = [](const char *name, const char *before, const QByteArray &text, const char *expected, int length = -1) {
         QTest::newRow(name) << QByteArray(before) << text << length << QString::fromUtf8(expected);
     };
-    auto err = [](const char *name, const QByteArray &text, int line, int col, const char *msg, const char *read = "", int length = -1) {
-        QTest::newRow(name) << QByteArray() << text << length << QLatin1String(read) + '|' + expectedError(line, col, msg);
+    auto err = [](const char *name, const QByteArray &text, int line, int col, const char *msg, const char *read = "",
+                  int length = -1) {
+        QTest::newRow(name) << QByteArray() << text << length
+                            << QLatin1String(read) + '|' + expectedError(line, col, msg);
     };
     row("every kind", "",
         R"({"s":"abc","b":true,"i32":-7,"i64":-9000000000,"u64":42,"u32":7,"d":2.5,"child":{"n":3,"name":"c"},)"
         R"("ints":[1,2],"strs":["x","y"],"kids":[{"n":1},{"name":"k"}]})",
-        "s=abc b=true i32=-7 i64=-9000000000 u64=42 u32=7 d=2.5 child={n=3 name=c} ints=[1,2] strs=[x,y] kids=[{n=1},{name=k}]");
+        "s=abc b=true i32=-7 i64=-9000000000 u64=42 u32=7 d=2.5 child={n=3 name=c} ints=[1,2] strs=[x,y] "
+        "kids=[{n=1},{name=k}]");
 
     // Leniency the cloud and our own files rely on.
     row("commas between members are optional", "", R"({"i32":1 "s":"x""b":true})", "s=x b=true i32=1");
@@ -377,21 +446,25 @@ void TestAjson::reading_data()
     row("bool from 0.0", R"({"b":true})", R"({"b":0.0})", "");
     row("-1.5 into signed gives -1", "", R"({"i32":-1.5,"i64":2.9})", "i32=-1 i64=2");
     row("float into unsigned", "", R"({"u64":9.3e18,"u32":4294967295})", "u64=9300000000000000000 u32=4294967295");
-    row("extreme integers", "", R"({"i64":-9223372036854775808,"u64":18446744073709551615})", "i64=-9223372036854775808 u64=18446744073709551615");
+    row("extreme integers", "", R"({"i64":-9223372036854775808,"u64":18446744073709551615})",
+        "i64=-9223372036854775808 u64=18446744073709551615");
     row("double with exponent", "", R"({"d":-2.5e-3})", "d=-0.0025000000000000001");
     row("double from a 20-digit integer", "", R"({"d":-18446744073709551616})", "d=-1.8446744073709552e+19");
     // Unknown keys; what reading leaves alone.
-    row("unknown nested values are skipped", "", R"({"zz":{"a":[1,{"b":[2,3]},"x",[]],"c":{},"d":[{}]},"w":abc,"x":"q\"","y":-1.5e3,"i32":4})", "i32=4");
+    row("unknown nested values are skipped", "",
+        R"({"zz":{"a":[1,{"b":[2,3]},"x",[]],"c":{},"d":[{}]},"w":abc,"x":"q\"","y":-1.5e3,"i32":4})", "i32=4");
     row("keys compare exactly", "", "{\"I32\":1,\"i32 \":2,\"i3\":3,\"i32x\":5,\"\xC3\xA9\":6,\"i32\":4}", "i32=4");
     row("absent keys keep their values", R"({"i32":5,"s":"keep"})", R"({"b":true})", "s=keep b=true i32=5");
     row("nested record is merged", R"({"child":{"n":1}})", R"({"child":{"name":"x"}})", "child={n=1 name=x}");
     row("text after the object is ignored", "", R"({"i32":1} trailing [)", "i32=1");
     row("null keeps a vector", R"({"ints":[1,2]})", R"({"ints":null})", "ints=[1,2]");
     row("array replaces the content", R"({"ints":[1,2]})", R"({"ints":[3]})", "ints=[3]");
-    row("array elements convert like members", "", R"({"ints":["7",TRUE,-2.5],"strs":[w,"q",]})", "ints=[7,1,-2] strs=[w,q]");
+    row("array elements convert like members", "", R"({"ints":["7",TRUE,-2.5],"strs":[w,"q",]})",
+        "ints=[7,1,-2] strs=[w,q]");
     // Escapes: surrogates are not paired, raw bytes pass.
     row("escape pairs", "", R"({"s":"\"\\\/\b\f\n\r\t"})", "s=\"\\/\b\f\n\r\t");
-    row("\\u of every UTF-8 length", "", R"({"s":"\u0041\u00e9\u07FF\u20aC\uFFFF"})", "s=A\xC3\xA9\xDF\xBF\xE2\x82\xAC\xEF\xBF\xBF");
+    row("\\u of every UTF-8 length", "", R"({"s":"\u0041\u00e9\u07FF\u20aC\uFFFF"})",
+        "s=A\xC3\xA9\xDF\xBF\xE2\x82\xAC\xEF\xBF\xBF");
     row("surrogates stay apart", "", R"({"s":"\uD83D\uDE00"})", "s=\xED\xA0\xBD\xED\xB8\x80");
     row("raw UTF-8 and TAB pass", "", "{\"s\":\"\xF0\x9F\x98\x80\ta\"}", "s=\xF0\x9F\x98\x80\ta");
     row("bare word with escapes", "", R"({"s":a\u0041\tb})", "s=aA\tb");
@@ -400,8 +473,9 @@ void TestAjson::reading_data()
     err("NUL before the end", QByteArray("{\"i32\":5\0}", 10), 0, 8, "object key must be string", "i32=5");
     err("no text, a length", QByteArray(), 0, 0, "read object must start with {!", "", 5);
 
-    const char *notObject = "read object must start with {!", *keyNotString = "object key must be string", *invalid = "invalid json document!",
-               *notString = "not a valid string.", *notQuote = "not a valid quote string!", *notSigned = "not a valid signed integral like number.",
+    const char *notObject = "read object must start with {!", *keyNotString = "object key must be string",
+               *invalid = "invalid json document!", *notString = "not a valid string.",
+               *notQuote = "not a valid quote string!", *notSigned = "not a valid signed integral like number.",
                *notArray = "array must start with [.", *noArray = "no valid array!", *notNumber = "not a valid number!";
     err("empty text", "", 0, 0, notObject);
     err("top-level array", "[1]", 0, 1, notObject);
@@ -453,8 +527,13 @@ void TestAjson::escapeOnWrite_data()
     QTest::newRow("stops at NUL") << QByteArray("a\0b", 3) << QByteArray(R"("a")") << QByteArray("a");
     // Bytes that start no valid sequence stand for themselves: invalid, truncated, overlong, above U+10FFFF.
     QTest::newRow("invalid") << QByteArray("\xFF") << QByteArray(R"("\u00FF")") << QByteArray("\xC3\xBF");
-    QTest::newRow("truncated") << QByteArray("\xC3" "A") << QByteArray(R"("\u00C3A")") << QByteArray("\xC3\x83" "A");
-    QTest::newRow("overlong") << QByteArray("\xC0\x80") << QByteArray(R"("\u00C0\u0080")") << QByteArray("\xC3\x80\xC2\x80");
+    QTest::newRow("truncated") << QByteArray("\xC3"
+                                             "A")
+                               << QByteArray(R"("\u00C3A")")
+                               << QByteArray("\xC3\x83"
+                                             "A");
+    QTest::newRow("overlong") << QByteArray("\xC0\x80") << QByteArray(R"("\u00C0\u0080")")
+                              << QByteArray("\xC3\x80\xC2\x80");
     QTest::newRow("above U+10FFFF") << QByteArray("\xF4\x90\x80\x80") << QByteArray(R"("\u00F4\u0090\u0080\u0080")")
                                     << QByteArray("\xC3\xB4\xC2\x90\xC2\x80\xC2\x80");
 }

@@ -3,10 +3,10 @@
 // exchanges, the expected records and topics) is written from the document, not from either side.
 
 #include "cloudmaterial/login/loginkeys.h"
-#include "support/cloudclient.h"
 #include "localcloud/cloudsim.h"
-#include "support/generatedcontent.h"
 #include "localcloud/mosquitto.h"
+#include "support/cloudclient.h"
+#include "support/generatedcontent.h"
 #include "support/testrsa.h"
 
 #include <QtTest>
@@ -29,9 +29,9 @@ namespace {
 using Answer = CloudClient::Answer;
 using Headers = CloudClient::Headers;
 
-const QString catalogueQuery = QStringLiteral(
-    "/gateway/cirro?cirro=Rest/Lite/Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1"
-    "&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30&sortType=desc");
+const QString catalogueQuery =
+    QStringLiteral("/gateway/cirro?cirro=Rest/Lite/Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1"
+                   "&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30&sortType=desc");
 const QString slider = QStringLiteral("v1/web-backend-service/identity-verify-code/slider");
 const QString phoneLogin = QStringLiteral("v1/web-backend-service/authenticate/limit/mobile-phone");
 const QString emailLogin = QStringLiteral("v1/web-backend-service/authenticate/limit/email");
@@ -58,7 +58,10 @@ QJsonArray mediaList(const QJsonObject &catalogue)
     return catalogue.value("data").toObject().value("mediaList").toArray();
 }
 
-struct Triple { QString sessionId, sig, token; };
+struct Triple
+{
+    QString sessionId, sig, token;
+};
 
 // The page's algorithm as documented: token = "nc-" + base64url(summary), sig = hex
 // HMAC-SHA256 of sessionId + "|" + token under the page key.
@@ -73,8 +76,10 @@ Triple signedTriple(const QString &token)
 
 Triple sliderTriple()
 {
-    return signedTriple(QStringLiteral("nc-") + QString::fromLatin1(QByteArray(R"({"dx":258,"ms":840,"n":37})").toBase64(
-                                                    QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals)));
+    return signedTriple(
+        QStringLiteral("nc-")
+        + QString::fromLatin1(QByteArray(R"({"dx":258,"ms":840,"n":37})")
+                                  .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals)));
 }
 
 // What the module does with its built-in key: RSA PKCS#1 v1.5, then Base64.
@@ -85,8 +90,10 @@ QString encryptForCloud(const QByteArray &plain)
 
 QByteArray deviceSignature(qint64 fromNow)
 {
-    return QJsonDocument(QJsonObject{{"source", "rxcm"}, {"deviceSignature", "dev-42"},
-                                     {"timestamp", QDateTime::currentMSecsSinceEpoch() + fromNow}}).toJson(QJsonDocument::Compact);
+    return QJsonDocument(QJsonObject{{"source", "rxcm"},
+                                     {"deviceSignature", "dev-42"},
+                                     {"timestamp", QDateTime::currentMSecsSinceEpoch() + fromNow}})
+        .toJson(QJsonDocument::Compact);
 }
 
 // The module sends every member of a record, empty or not; the slider triple when given.
@@ -111,7 +118,10 @@ QJsonObject codeRequest(const QString &address, const Triple &t, const char *tem
                        {"sig", t.sig},
                        {"templateCode", address.isEmpty() ? "" : templateCode},
                        {"token", t.token},
-                       {"type", address.isEmpty() ? "" : email ? "EMAIL" : "MOBILE_PHONE"}};
+                       {"type",
+                        address.isEmpty() ? ""
+                            : email       ? "EMAIL"
+                                          : "MOBILE_PHONE"}};
 }
 
 // AES-256-ECB with PKCS#7 padding; empty when the padding does not check out.
@@ -121,7 +131,8 @@ QByteArray aesDecrypt(const QByteArray &key, const QByteArray &ciphertext)
     QByteArray out(ciphertext.size() + 32, '\0');
     int first = 0, last = 0;
     auto *o = reinterpret_cast<unsigned char *>(out.data());
-    const bool ok = EVP_DecryptInit_ex(ctx, EVP_aes_256_ecb(), nullptr, reinterpret_cast<const uchar *>(key.data()), nullptr)
+    const bool ok =
+        EVP_DecryptInit_ex(ctx, EVP_aes_256_ecb(), nullptr, reinterpret_cast<const uchar *>(key.data()), nullptr)
         && EVP_DecryptUpdate(ctx, o, &first, reinterpret_cast<const uchar *>(ciphertext.data()), ciphertext.size())
         && EVP_DecryptFinal_ex(ctx, o + first, &last);
     EVP_CIPHER_CTX_free(ctx);
@@ -205,14 +216,33 @@ void TestCloudSim::catalogueRecordShape()
 
     // The wire order is the cloud's, which QJsonObject does not keep: check it on the text of a
     // reply that holds one record, the entity's keys inside media_entity.
-    const QByteArray one = send(QString(catalogueQuery).replace(QStringLiteral("search=&"), QStringLiteral("search=intro&")),
-                                CloudClient::gatewayHeaders("tok-1")).body;
+    const QByteArray one =
+        send(QString(catalogueQuery).replace(QStringLiteral("search=&"), QStringLiteral("search=intro&")),
+             CloudClient::gatewayHeaders("tok-1"))
+            .body;
     QCOMPARE(mediaList(QJsonDocument::fromJson(one).object()).size(), 1);
     int last = 0;
-    for (const char *key : {"mid", "oid", "create_uid", "approvalStatus", "mediaName", "mediaType", "media_entity",
-                            "mid", "size", "height", "width", "thumb_image_url", "unique", "duration_time",
-                            "video_support_platform", "workgroup", "isMediaSupported", "ossDir", "bigPictureAddress",
-                            "pictureAddress", "pictureDafaultAddress"}) {
+    for (const char *key : {"mid",
+                            "oid",
+                            "create_uid",
+                            "approvalStatus",
+                            "mediaName",
+                            "mediaType",
+                            "media_entity",
+                            "mid",
+                            "size",
+                            "height",
+                            "width",
+                            "thumb_image_url",
+                            "unique",
+                            "duration_time",
+                            "video_support_platform",
+                            "workgroup",
+                            "isMediaSupported",
+                            "ossDir",
+                            "bigPictureAddress",
+                            "pictureAddress",
+                            "pictureDafaultAddress"}) {
         const int at = int(one.indexOf("\"" + QByteArray(key) + "\":", last + 1));
         QVERIFY2(at > last, key);
         last = at;
@@ -260,30 +290,35 @@ void TestCloudSim::catalogueQueryChecks_data()
     const QStringList both{"m2", "m1"};
     QTest::newRow("as the module sends it") << QString() << QString() << QString() << both;
     QTest::newRow("whole value encoded")
-        << QStringLiteral("cirro=Rest/Lite/Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30&sortType=desc")
-        << QStringLiteral("cirro=Rest%2FLite%2FMedias%3Fsearch%3D%26offset%3D0%26limit%3D50%26tag%3D%26filters%255Btype%255D%255B0%255D%3D1%26sortType%3Ddesc")
+        << QStringLiteral("cirro=Rest/Lite/"
+                          "Medias?search=&offset=0&limit=50&tag=&filters%5Btype%5D%5B0%5D=1&filters%5Btype%5D%5B1%5D=0&"
+                          "filters%5Btype%5D%5B3%5D=30&sortType=desc")
+        << QStringLiteral("cirro=Rest%2FLite%2FMedias%3Fsearch%3D%26offset%3D0%26limit%3D50%26tag%3D%26filters%"
+                          "255Btype%255D%255B0%255D%3D1%26sortType%3Ddesc")
         << QString() << both;
     QTest::newRow("second page of one") << QStringLiteral("offset=0&limit=50") << QStringLiteral("offset=1&limit=1")
                                         << QString() << QStringList{"m1"};
     QTest::newRow("oldest first") << QStringLiteral("sortType=desc") << QStringLiteral("sortType=asc") << QString()
                                   << QStringList{"m1", "m2"};
-    QTest::newRow("no offset") << QStringLiteral("offset=0&") << QString() << QStringLiteral("invalid offset") << QStringList();
-    QTest::newRow("empty offset") << QStringLiteral("offset=0") << QStringLiteral("offset=") << QStringLiteral("invalid offset")
-                                  << QStringList();
+    QTest::newRow("no offset") << QStringLiteral("offset=0&") << QString() << QStringLiteral("invalid offset")
+                               << QStringList();
+    QTest::newRow("empty offset") << QStringLiteral("offset=0") << QStringLiteral("offset=")
+                                  << QStringLiteral("invalid offset") << QStringList();
     QTest::newRow("negative offset") << QStringLiteral("offset=0") << QStringLiteral("offset=-1")
                                      << QStringLiteral("invalid offset") << QStringList();
-    QTest::newRow("no limit") << QStringLiteral("limit=50&") << QString() << QStringLiteral("invalid limit") << QStringList();
+    QTest::newRow("no limit") << QStringLiteral("limit=50&") << QString() << QStringLiteral("invalid limit")
+                              << QStringList();
     QTest::newRow("letter in limit") << QStringLiteral("limit=50") << QStringLiteral("limit=5O")
                                      << QStringLiteral("invalid limit") << QStringList();
-    QTest::newRow("zero limit") << QStringLiteral("limit=50") << QStringLiteral("limit=0") << QStringLiteral("invalid limit")
-                                << QStringList();
+    QTest::newRow("zero limit") << QStringLiteral("limit=50") << QStringLiteral("limit=0")
+                                << QStringLiteral("invalid limit") << QStringList();
     QTest::newRow("no sort") << QStringLiteral("&sortType=desc") << QString() << QStringLiteral("invalid sortType")
                              << QStringList();
     QTest::newRow("unknown sort") << QStringLiteral("sortType=desc") << QStringLiteral("sortType=dsc")
                                   << QStringLiteral("invalid sortType") << QStringList();
-    QTest::newRow("no type filter")
-        << QStringLiteral("&filters%5Btype%5D%5B0%5D=1&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30") << QString()
-        << QStringLiteral("invalid type filter") << QStringList();
+    QTest::newRow("no type filter") << QStringLiteral(
+        "&filters%5Btype%5D%5B0%5D=1&filters%5Btype%5D%5B1%5D=0&filters%5Btype%5D%5B3%5D=30")
+                                    << QString() << QStringLiteral("invalid type filter") << QStringList();
     QTest::newRow("filter without value") << filter0 << QStringLiteral("&filters%5Btype%5D%5B0%5D=")
                                           << QStringLiteral("invalid type filter") << QStringList();
     QTest::newRow("filter on another field") << filter0 << QStringLiteral("&filters%5Btyp%5D%5B0%5D=1")
@@ -358,7 +393,8 @@ void TestCloudSim::sliderCheck_data()
     // The worked example of docs/protocol.md, byte for byte.
     QTest::newRow("documented example") << Triple{"3f2a9c1e-7b4d-4e8a-9c21-5d6f0a8b7e13",
                                                   "416978cd0553340a859d4a59211285f8dfdb040d86f4c92b01efec31acec9ea4",
-                                                  "nc-eyJkeCI6MjU4LCJtcyI6ODQwLCJuIjozN30"} << true;
+                                                  "nc-eyJkeCI6MjU4LCJtcyI6ODQwLCJuIjozN30"}
+                                        << true;
     Triple flipped = good;
     flipped.sig[0] = flipped.sig[0] == QLatin1Char('0') ? QLatin1Char('1') : QLatin1Char('0');
     QTest::newRow("one digit changed") << flipped << false;
@@ -379,16 +415,19 @@ void TestCloudSim::codeLoginReplyRecord()
 {
     const QString code = requestCode(QStringLiteral("13800000001"));
     QCOMPARE(code.size(), 6);
-    const Answer a = post(phoneLogin, loginInfo({{"mobilePhone", "13800000001"}, {"countryCode", "86"},
-                                                 {"identityVerifyCode", code}}));
+    const Answer a = post(
+        phoneLogin, loginInfo({{"mobilePhone", "13800000001"}, {"countryCode", "86"}, {"identityVerifyCode", code}}));
     QVERIFY2(!a.body.contains("\"error\""), a.body.constData());
     const QJsonObject reply = a.json();
     QCOMPARE(reply.keys(), (QStringList{"deviceProtect", "id", "identifyInfo", "loginProtect", "token"}));
     QCOMPARE(reply.value("id").toInt(), 123);
     QCOMPARE(reply.value("deviceProtect").toObject().value("status").toInt(), 1);
     QCOMPARE(reply.value("token").toObject().value("expiresIn").toInt(), 7200);
-    QCOMPARE(reply.value("identifyInfo").toObject(), (QJsonObject{{"countryCode", "86"}, {"email", "alice@example.test"},
-                                                                  {"mobilePhone", "13800000001"}, {"name", "alice"}}));
+    QCOMPARE(reply.value("identifyInfo").toObject(),
+             (QJsonObject{{"countryCode", "86"},
+                          {"email", "alice@example.test"},
+                          {"mobilePhone", "13800000001"},
+                          {"name", "alice"}}));
     // The fresh token opens the account's catalogue.
     const QByteArray bearer = reply.value("token").toObject().value("token").toString().toUtf8();
     QCOMPARE(mediaList(send(catalogueQuery, CloudClient::gatewayHeaders(bearer)).json()).size(), 2);
@@ -407,18 +446,20 @@ void TestCloudSim::loginFailures_data()
         return loginInfo({{"identify", identify}, {"password", encrypted}}, sliderTriple());
     };
     QTest::newRow("phone: wrong code") << phoneLogin << phone("13800000001") << QByteArray("10006") << QByteArray();
-    QTest::newRow("phone: unknown") << phoneLogin << phone("13999999999") << QByteArray("100058") << QByteArray("MOBILE_PHONE");
+    QTest::newRow("phone: unknown") << phoneLogin << phone("13999999999") << QByteArray("100058")
+                                    << QByteArray("MOBILE_PHONE");
     // carol's fixed code is right, but code logins are locked for her.
     QTest::newRow("phone: locked") << phoneLogin << phone("13800000003") << QByteArray("100096") << QByteArray();
-    QTest::newRow("email: unknown") << emailLogin << loginInfo({{"email", "nobody@example.test"}, {"identityVerifyCode", "1"}})
+    QTest::newRow("email: unknown") << emailLogin
+                                    << loginInfo({{"email", "nobody@example.test"}, {"identityVerifyCode", "1"}})
                                     << QByteArray("100058") << QByteArray("EMAIL");
     QTest::newRow("password: wrong") << passwordLogin << password("alice", encryptForCloud("s3cret-Pa56"))
                                      << QByteArray("10009") << QByteArray();
     QTest::newRow("password: locked") << passwordLogin << password("carol", encryptForCloud("carol-pass"))
                                       << QByteArray("100095") << QByteArray();
     // The right password, but not encrypted: cloudsim must really decrypt.
-    QTest::newRow("password: plain Base64") << passwordLogin << password("alice", "czNjcmV0LVBhNTU=")
-                                            << QByteArray("10012") << QByteArray();
+    QTest::newRow("password: plain Base64")
+        << passwordLogin << password("alice", "czNjcmV0LVBhNTU=") << QByteArray("10012") << QByteArray();
 }
 
 void TestCloudSim::loginFailures()
@@ -443,8 +484,12 @@ void TestCloudSim::deviceCreditSignature()
 {
     // bob's password login succeeds but asks for the second factor through deviceProtect.status.
     const auto login = [this](const QString &signature) {
-        return post(passwordLogin, loginInfo({{"identify", "bob"}, {"password", encryptForCloud("bob-pass")},
-                                              {"creditSignature", signature}}, sliderTriple())).json();
+        return post(
+                   passwordLogin,
+                   loginInfo(
+                       {{"identify", "bob"}, {"password", encryptForCloud("bob-pass")}, {"creditSignature", signature}},
+                       sliderTriple()))
+            .json();
     };
     const QJsonObject first = login(QString());
     QCOMPARE(first.value("deviceProtect").toObject().value("status").toInt(-1), 0);
@@ -453,9 +498,13 @@ void TestCloudSim::deviceCreditSignature()
     QCOMPARE(code.size(), 6);
     // The signature's timestamp is in milliseconds and must lie ahead.
     const auto credit = [&](qint64 fromNow) {
-        return post(deviceCredit, QJsonObject{{"identityVerifyCode", code}, {"identify", "bob"}, {"countryCode", "86"},
-                                              {"creditSignature", ""}, {"type", "1"},
-                                              {"authCiphertext", encryptForCloud(deviceSignature(fromNow))}},
+        return post(deviceCredit,
+                    QJsonObject{{"identityVerifyCode", code},
+                                {"identify", "bob"},
+                                {"countryCode", "86"},
+                                {"creditSignature", ""},
+                                {"type", "1"},
+                                {"authCiphertext", encryptForCloud(deviceSignature(fromNow))}},
                     {{"Token", bearer}, {"Authorization", bearer}});
     };
     QCOMPARE(credit(-1000).json().value("error").toObject().value("code").toString(), QStringLiteral("10014"));
@@ -463,7 +512,8 @@ void TestCloudSim::deviceCreditSignature()
     QVERIFY2(!a.body.contains("\"error\""), a.body.constData());
     QCOMPARE(a.json().value("info").toString(), QStringLiteral("ok"));
     // A login that carries the signature is from a trusted device.
-    QCOMPARE(login(a.json().value("signature").toString()).value("deviceProtect").toObject().value("status").toInt(-1), 1);
+    QCOMPARE(login(a.json().value("signature").toString()).value("deviceProtect").toObject().value("status").toInt(-1),
+             1);
 }
 
 QJsonObject TestCloudSim::acceptedRequest(const QString &service, Headers *headers)
@@ -471,22 +521,26 @@ QJsonObject TestCloudSim::acceptedRequest(const QString &service, Headers *heade
     if (service == slider)
         return codeRequest(QStringLiteral("13800000001"), sliderTriple());
     if (service == phoneLogin)
-        return loginInfo({{"mobilePhone", "13800000001"}, {"countryCode", "+86"},
+        return loginInfo({{"mobilePhone", "13800000001"},
+                          {"countryCode", "+86"},
                           {"identityVerifyCode", requestCode(QStringLiteral("13800000001"))}});
     if (service == emailLogin)
-        return loginInfo({{"email", "alice@example.test"}, {"identityVerifyCode", requestCode(QStringLiteral("alice@example.test"))}});
+        return loginInfo({{"email", "alice@example.test"},
+                          {"identityVerifyCode", requestCode(QStringLiteral("alice@example.test"))}});
     if (service == passwordLogin)
         return loginInfo({{"identify", "alice"}, {"password", encryptForCloud("s3cret-Pa55")}}, sliderTriple());
     // bob's second factor: his first login step, then the code that was sent to his phone.
-    const QJsonObject first = post(passwordLogin, loginInfo({{"identify", "bob"}, {"password", encryptForCloud("bob-pass")}},
-                                                            sliderTriple())).json();
+    const QJsonObject first =
+        post(passwordLogin, loginInfo({{"identify", "bob"}, {"password", encryptForCloud("bob-pass")}}, sliderTriple()))
+            .json();
     const QByteArray bearer = first.value("token").toObject().value("token").toString().toUtf8();
     const QString code = requestCode(QStringLiteral("13800000002"), "TRUST_DEVICE");
     if (service != deviceCredit)
         return QJsonObject{{"identityVerifyCode", code}, {"identify", "bob"}, {"countryCode", "86"}, {"id", 124}};
     *headers = {{"Token", bearer}, {"Authorization", bearer}};
-    return QJsonObject{{"identityVerifyCode", code}, {"identify", "bob"}, {"countryCode", "86"}, {"creditSignature", ""},
-                       {"type", "1"}, {"authCiphertext", encryptForCloud(deviceSignature(60000))}};
+    return QJsonObject{
+        {"identityVerifyCode", code}, {"identify", "bob"}, {"countryCode", "86"},
+        {"creditSignature", ""},      {"type", "1"},       {"authCiphertext", encryptForCloud(deviceSignature(60000))}};
 }
 
 void TestCloudSim::strictRefusals_data()
@@ -498,7 +552,8 @@ void TestCloudSim::strictRefusals_data()
     QTest::addColumn<QByteArray>("code"); // empty: accepted; "-": refused without a code
     QTest::addColumn<QByteArray>("field");
     const QString codeStep = QStringLiteral("v1/web-backend-service/account/mobilephoneverifycode");
-    auto row = [](const char *name, const QString &service, const char *fault, const char *code, const char *field = "") {
+    auto row = [](const char *name, const QString &service, const char *fault, const char *code,
+                  const char *field = "") {
         QTest::newRow(name) << service << QString::fromLatin1(fault) << QByteArray(code) << QByteArray(field);
     };
     row("code request", slider, "", "");
@@ -570,8 +625,13 @@ void TestCloudSim::strictRefusals()
     } else if (fault == QLatin1String("expired")) {
         // A slider check alone starts the triple's clock without using it.
         if (!body.value("sessionId").toString().isEmpty())
-            QVERIFY(post(slider, codeRequest(QString(), {body.value("sessionId").toString(), body.value("sig").toString(),
-                                                         body.value("token").toString()})).json().value("status").toBool());
+            QVERIFY(post(slider,
+                         codeRequest(QString(),
+                                     {body.value("sessionId").toString(), body.value("sig").toString(),
+                                      body.value("token").toString()}))
+                        .json()
+                        .value("status")
+                        .toBool());
         const qint64 seen = QDateTime::currentMSecsSinceEpoch();
         QTRY_VERIFY(QDateTime::currentMSecsSinceEpoch() > seen + 1);
     }
@@ -614,8 +674,10 @@ void TestCloudSim::mqttExchange_data()
 {
     QTest::addColumn<QString>("endpoint");
     QTest::addColumn<QString>("path");
-    QTest::newRow("main") << "main" << "/mqtt/auth";
-    QTest::newRow("backup") << "backup" << "/mqtt/auth-backup";
+    QTest::newRow("main") << "main"
+                          << "/mqtt/auth";
+    QTest::newRow("backup") << "backup"
+                            << "/mqtt/auth-backup";
 }
 
 void TestCloudSim::mqttExchange()
@@ -625,19 +687,27 @@ void TestCloudSim::mqttExchange()
     Mosquitto broker;
     QVERIFY(broker.start());
     QVERIFY(m_cloud.control("POST", QStringLiteral("/control/mqtt"), QJsonDocument(QJsonObject{{"url", broker.url()}}))
-                .object().value("connected").toBool());
+                .object()
+                .value("connected")
+                .toBool());
     const QJsonObject dns = send(QStringLiteral("/mqtt/control/v1/")).json().value("data").toObject();
-    const QJsonObject node = endpoint == "main" ? dns.value("main").toObject() : dns.value("slave").toArray().at(0).toObject();
+    const QJsonObject node =
+        endpoint == "main" ? dns.value("main").toObject() : dns.value("slave").toArray().at(0).toObject();
     QByteArray key(32, '\0');
     RAND_bytes(reinterpret_cast<unsigned char *>(key.data()), key.size());
-    const QByteArray message = "100001||" + key.toBase64() + "||" + QByteArray::number(QDateTime::currentMSecsSinceEpoch() + 6000);
+    const QByteArray message =
+        "100001||" + key.toBase64() + "||" + QByteArray::number(QDateTime::currentMSecsSinceEpoch() + 6000);
     const QByteArray sealed = TestRsa::encrypt(TestRsa::pemFromBody(node.value("publicKey").toString()), message);
     const QJsonObject record{{"authCiphertext", QString::fromLatin1(sealed.toBase64())}, {"type", "1"}};
     const Answer a = send(path, CloudClient::gatewayHeaders("tok-1") + Headers{{"Content-Type", "application/json"}},
                           "POST", QJsonDocument(record).toJson(QJsonDocument::Compact));
     QCOMPARE(a.json().value("http_code").toInt(), 200);
-    const QJsonObject logged = m_cloud.control("GET", QStringLiteral("/control/mqtt/auth")).object()
-                                   .value("exchanges").toArray().at(0).toObject();
+    const QJsonObject logged = m_cloud.control("GET", QStringLiteral("/control/mqtt/auth"))
+                                   .object()
+                                   .value("exchanges")
+                                   .toArray()
+                                   .at(0)
+                                   .toObject();
     QCOMPARE(logged.value("endpoint").toString(), endpoint);
     QCOMPARE(logged.value("result").toString(), QStringLiteral("ok"));
     // The account as docs/protocol.md writes it: compact, keys password, url, username.
@@ -646,8 +716,12 @@ void TestCloudSim::mqttExchange()
 
     // The player authorization hands out the binding account, with the Base64 service path.
     const QString cirro = QString::fromLatin1(QByteArray("v1/web-backend-service/player/auth").toBase64());
-    QCOMPARE(send(QStringLiteral("/gateway/apis?cirro=") + cirro, {{"authorization", "tok-1"}}).json().value("value")
-                 .toObject().value("cirro").toObject(),
+    QCOMPARE(send(QStringLiteral("/gateway/apis?cirro=") + cirro, {{"authorization", "tok-1"}})
+                 .json()
+                 .value("value")
+                 .toObject()
+                 .value("cirro")
+                 .toObject(),
              (QJsonObject{{"username", "bind-user"}, {"password", "bind-pass"}, {"server", broker.url()}}));
 }
 

@@ -2,7 +2,6 @@
 
 #include <QtTest>
 
-
 using talvor::cloudmaterial::ConfigStore;
 using talvor::cloudmaterial::TokenInfoJson;
 
@@ -15,11 +14,15 @@ static QByteArray readAll(const QString &path)
 static bool writeAll(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
-    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+    return QDir().mkpath(QFileInfo(path).path()) && file.open(QIODevice::WriteOnly)
+        && file.write(bytes) == bytes.size();
 }
 
 static QStringList s_lines; // Qt log lines, while a test installs the handler below
-static void collect(QtMsgType, const QMessageLogContext &, const QString &message) { s_lines << message; }
+static void collect(QtMsgType, const QMessageLogContext &, const QString &message)
+{
+    s_lines << message;
+}
 
 class TestConfigStore : public QObject
 {
@@ -40,16 +43,19 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, stored);
         QFETCH(QString, log);
-        QVERIFY(QByteArray(RXCM_DEFAULT_NODES_URL).endsWith("/cirro_api_host/nodes.json") && QByteArray(RXCM_DEFAULT_MQTT_CONTROL_URL).endsWith("/mqtt/control/v1/"));
+        QVERIFY(QByteArray(RXCM_DEFAULT_NODES_URL).endsWith("/cirro_api_host/nodes.json")
+                && QByteArray(RXCM_DEFAULT_MQTT_CONTROL_URL).endsWith("/mqtt/control/v1/"));
         QVERIFY(stored.isNull() || writeAll(cloud() + "/config.json", stored));
         const QtMessageHandler previous = qInstallMessageHandler(collect);
         m_store->setConfigPath(m_dir->path().toStdString());
         qInstallMessageHandler(previous);
         QVERIFY(QDir(cloud() + "/nodes").exists());
-        QCOMPARE(QString::fromStdString(m_store->nodesFolder() + "|" + m_store->configPath() + "|" + m_store->tokenInfoPath()),
+        QCOMPARE(QString::fromStdString(m_store->nodesFolder() + "|" + m_store->configPath() + "|"
+                                        + m_store->tokenInfoPath()),
                  cloud() + "/nodes|" + cloud() + "/config.json|" + cloud() + "/login.json");
         QTEST(readAll(cloud() + "/config.json"), "expected");
-        QVERIFY2(log.isEmpty() ? s_lines.isEmpty() : s_lines.size() == 1 && s_lines.front().startsWith(log), qPrintable(s_lines.join('\n')));
+        QVERIFY2(log.isEmpty() ? s_lines.isEmpty() : s_lines.size() == 1 && s_lines.front().startsWith(log),
+                 qPrintable(s_lines.join('\n')));
         // Every read goes to the disk.
         QVERIFY(writeAll(cloud() + "/config.json", R"({"isRecordUsername":true,"username":"bob"})"));
         QVERIFY(m_store->config().username == "bob" && m_store->config().isRecordUsername);
@@ -60,19 +66,30 @@ private Q_SLOTS:
         m_store->setConfigPath(m_dir->path().toStdString());
         const QString path = cloud() + "/login.json";
         // A file left readable by an older version is tightened on the next write.
-        QVERIFY(writeAll(path, "{}") && QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther));
-        TokenInfoJson info{"tok-\xC3\xA9", "ann", "86", "13800000000", "ann@example.org", -42, "cn-east", "127.0.0.1:8443"};
+        QVERIFY(
+            writeAll(path, "{}")
+            && QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther));
+        TokenInfoJson info{"tok-\xC3\xA9",    "ann", "86",      "13800000000",
+                           "ann@example.org", -42,   "cn-east", "127.0.0.1:8443"};
         m_store->setTokenInfo(info);
-        QCOMPARE(readAll(path), QByteArray(R"({"auth":"tok-\u00E9","username":"ann","countryCode":"86","phone":"13800000000",)"
-                                           R"("email":"ann@example.org","id":-42,"currentNodeIdentity":"cn-east","currentNode":"127.0.0.1:8443"})"));
-        QCOMPARE(QFile::permissions(path) & ~(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser),
-                 QFileDevice::Permissions());
+        QCOMPARE(
+            readAll(path),
+            QByteArray(
+                R"({"auth":"tok-\u00E9","username":"ann","countryCode":"86","phone":"13800000000",)"
+                R"("email":"ann@example.org","id":-42,"currentNodeIdentity":"cn-east","currentNode":"127.0.0.1:8443"})"));
+        QCOMPARE(
+            QFile::permissions(path)
+                & ~(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser),
+            QFileDevice::Permissions());
         QCOMPARE(m_store->tokenInfo().auth, info.auth);
         QVERIFY(writeAll(path, R"({"auth":"changed behind our back","id":"7"})"));
         QVERIFY(m_store->tokenInfo().auth == "changed behind our back" && m_store->tokenInfo().id == 7);
         // An empty record is how a logout is stored.
         m_store->setTokenInfo(TokenInfoJson());
-        QCOMPARE(readAll(path), QByteArray(R"({"auth":"","username":"","countryCode":"","phone":"","email":"","id":0,"currentNodeIdentity":"","currentNode":""})"));
+        QCOMPARE(
+            readAll(path),
+            QByteArray(
+                R"({"auth":"","username":"","countryCode":"","phone":"","email":"","id":0,"currentNodeIdentity":"","currentNode":""})"));
         QVERIFY(QFile::remove(path));
         const QtMessageHandler previous = qInstallMessageHandler(collect);
         const TokenInfoJson after = m_store->tokenInfo();
@@ -108,14 +125,22 @@ void TestConfigStore::config_data()
     QTest::addColumn<QByteArray>("expected");
     QTest::addColumn<QString>("log");
     const QByteArray nodes = RXCM_DEFAULT_NODES_URL, control = RXCM_DEFAULT_MQTT_CONTROL_URL;
-    const QByteArray defaults = R"({"isRecordUsername":false,"username":"","nodes":")" + nodes + R"(","mqttControl":")" + control + "\"}";
-    QTest::newRow("fresh folder") << QByteArray() << defaults << "load from file throw exception: e.what() is: can't open file:";
-    QTest::newRow("broken") << QByteArray("[1, 2]") << defaults
-                            << "load from file throw exception: e.what() is: error at line :0 col :1 msg:read object must start with {!";
-    QTest::newRow("both empty") << QByteArray(R"({"isRecordUsername":true,"username":"ann","nodes":"","mqttControl":""})")
-                                << R"({"isRecordUsername":true,"username":"ann","nodes":")" + nodes + R"(","mqttControl":")" + control + "\"}" << QString();
-    QTest::newRow("both kept") << QByteArray(R"({"nodes":"https://a/n.json","mqttControl":""})")
-                               << R"({"isRecordUsername":false,"username":"","nodes":"https://a/n.json","mqttControl":")" + control + "\"}" << QString();
+    const QByteArray defaults =
+        R"({"isRecordUsername":false,"username":"","nodes":")" + nodes + R"(","mqttControl":")" + control + "\"}";
+    QTest::newRow("fresh folder") << QByteArray() << defaults
+                                  << "load from file throw exception: e.what() is: can't open file:";
+    QTest::newRow("broken")
+        << QByteArray("[1, 2]") << defaults
+        << "load from file throw exception: e.what() is: error at line :0 col :1 msg:read object must start with {!";
+    QTest::newRow("both empty") << QByteArray(
+        R"({"isRecordUsername":true,"username":"ann","nodes":"","mqttControl":""})")
+                                << R"({"isRecordUsername":true,"username":"ann","nodes":")" + nodes
+            + R"(","mqttControl":")" + control + "\"}"
+                                << QString();
+    QTest::newRow("both kept")
+        << QByteArray(R"({"nodes":"https://a/n.json","mqttControl":""})")
+        << R"({"isRecordUsername":false,"username":"","nodes":"https://a/n.json","mqttControl":")" + control + "\"}"
+        << QString();
 }
 
 QTEST_GUILESS_MAIN(TestConfigStore)

@@ -31,8 +31,14 @@ const char kKey[] = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1
 const char kOtherKey[] = "8f1c22a7d0b94e3365aa01f7c2d85e9b3147e6a00c9d52b8fa1763e4094dbc26";
 const char kIv[] = "f0e1d2c3b4a5968778695a4b3c2d1e0f";
 
-std::string fromHex(const char *hex) { return QByteArray::fromHex(hex).toStdString(); }
-QByteArray toHex(const std::string &bytes) { return QByteArray::fromStdString(bytes).toHex(); }
+std::string fromHex(const char *hex)
+{
+    return QByteArray::fromHex(hex).toStdString();
+}
+QByteArray toHex(const std::string &bytes)
+{
+    return QByteArray::fromStdString(bytes).toHex();
+}
 
 // Bytes 0, 7, 14, ... modulo 256: every length has NULs and high bytes in it.
 std::string pattern(int length)
@@ -83,7 +89,10 @@ std::string pemOf(EVP_PKEY *key, bool privateHalf = false)
 {
     BioPtr bio(BIO_new(BIO_s_mem()), BIO_free);
     char *data = nullptr;
-    if (!bio || (privateHalf ? PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr) : PEM_write_bio_PUBKEY(bio.get(), key)) != 1)
+    if (!bio
+        || (privateHalf ? PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr)
+                        : PEM_write_bio_PUBKEY(bio.get(), key))
+            != 1)
         return {};
     const long length = BIO_get_mem_data(bio.get(), &data);
     return std::string(data, std::size_t(length));
@@ -118,7 +127,8 @@ private Q_SLOTS:
         }
         QByteArray written;
         for (const int bits : {0, 64, 255, 512, -256})
-            QCOMPARE(thrownBy([&] { generateAesKey(bits); }, &written), QStringLiteral("AES key length must be 128, 192, or 256 bits."));
+            QCOMPARE(thrownBy([&] { generateAesKey(bits); }, &written),
+                     QStringLiteral("AES key length must be 128, 192, or 256 bits."));
         const std::string iv = generateIv();
         QVERIFY(iv.size() == 16 && iv != generateIv());
     }
@@ -136,7 +146,8 @@ private Q_SLOTS:
             QCOMPARE(toHex(crypt(ecb, false, cipher, nistKey, nistIv)), toHex(plain));
             // Without the padding block the last published block is not valid padding.
             QCOMPARE(thrownBy([&] { crypt(ecb, false, cipher.substr(0, 64), nistKey, nistIv); }, &written),
-                     ecb ? QStringLiteral("Failed to finalize AES decryption.") : QStringLiteral("Failed to finalize decryption."));
+                     ecb ? QStringLiteral("Failed to finalize AES decryption.")
+                         : QStringLiteral("Failed to finalize decryption."));
 
             // Round trips; no hidden randomness; key and iv both take part; a long key or iv is cut to 32 or 16 bytes.
             const std::string key = fromHex(kKey), iv = fromHex(kIv);
@@ -160,16 +171,24 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("reason"); // in the one stderr line; null: nothing written
         // A short key or iv is refused at the initialize step: no OpenSSL error, nothing on stderr.
-        QTest::newRow("ECB encrypt, 31-byte key") << 0 << 31 << 0 << QByteArray() << "Failed to initialize AES encryption." << QString();
-        QTest::newRow("ECB decrypt, 16-byte key") << 1 << 16 << 0 << QByteArray() << "Failed to initialize AES decryption." << QString();
-        QTest::newRow("CBC encrypt, 24-byte key") << 2 << 24 << 16 << QByteArray() << "Failed to initialize AES encryption." << QString();
-        QTest::newRow("CBC encrypt, 15-byte iv") << 2 << 32 << 15 << QByteArray() << "Failed to initialize AES encryption." << QString();
-        QTest::newRow("CBC decrypt, 31-byte key") << 3 << 31 << 16 << QByteArray() << "Failed to initialize decryption." << QString();
-        QTest::newRow("CBC decrypt, empty iv") << 3 << 32 << 0 << QByteArray() << "Failed to initialize decryption." << QString();
+        QTest::newRow("ECB encrypt, 31-byte key")
+            << 0 << 31 << 0 << QByteArray() << "Failed to initialize AES encryption." << QString();
+        QTest::newRow("ECB decrypt, 16-byte key")
+            << 1 << 16 << 0 << QByteArray() << "Failed to initialize AES decryption." << QString();
+        QTest::newRow("CBC encrypt, 24-byte key")
+            << 2 << 24 << 16 << QByteArray() << "Failed to initialize AES encryption." << QString();
+        QTest::newRow("CBC encrypt, 15-byte iv")
+            << 2 << 32 << 15 << QByteArray() << "Failed to initialize AES encryption." << QString();
+        QTest::newRow("CBC decrypt, 31-byte key")
+            << 3 << 31 << 16 << QByteArray() << "Failed to initialize decryption." << QString();
+        QTest::newRow("CBC decrypt, empty iv")
+            << 3 << 32 << 0 << QByteArray() << "Failed to initialize decryption." << QString();
         // At the finalize step the ECB pair reports OpenSSL's own reason, the CBC pair stays silent.
-        const QString ecbFinal = QStringLiteral("Failed to finalize AES decryption."), cbcFinal = QStringLiteral("Failed to finalize decryption.");
+        const QString ecbFinal = QStringLiteral("Failed to finalize AES decryption."),
+                      cbcFinal = QStringLiteral("Failed to finalize decryption.");
         QTest::newRow("ECB, wrong key") << 1 << -1 << 0 << QByteArray() << ecbFinal << "bad decrypt";
-        QTest::newRow("ECB, one byte cut off") << 1 << 32 << 0 << QByteArray(94, 'a') << ecbFinal << "wrong final block length";
+        QTest::newRow("ECB, one byte cut off")
+            << 1 << 32 << 0 << QByteArray(94, 'a') << ecbFinal << "wrong final block length";
         QTest::newRow("ECB, empty") << 1 << 32 << 0 << QByteArray("") << ecbFinal << "wrong final block length";
         QTest::newRow("CBC, wrong key") << 3 << -1 << 16 << QByteArray() << cbcFinal << QString();
         QTest::newRow("CBC, empty") << 3 << 32 << 16 << QByteArray("") << cbcFinal << QString();
@@ -184,14 +203,17 @@ private Q_SLOTS:
         QFETCH(QString, reason);
         const std::string key = keyLength < 0 ? fromHex(kOtherKey) : fromHex(kKey).substr(0, std::size_t(keyLength));
         const std::string iv = fromHex(kIv).substr(0, std::size_t(ivLength));
-        const std::string data = cipher.isNull() ? crypt(function < 2, true, pattern(40), fromHex(kKey), fromHex(kIv)) : fromHex(cipher.constData());
+        const std::string data = cipher.isNull() ? crypt(function < 2, true, pattern(40), fromHex(kKey), fromHex(kIv))
+                                                 : fromHex(cipher.constData());
         QByteArray written;
         QTEST(thrownBy([&] { crypt(function < 2, function % 2 == 0, data, key, iv); }, &written), "message");
         QCOMPARE(written.isEmpty(), reason.isNull());
         if (reason.isNull())
             return;
         const QString line = QString::fromLatin1(written);
-        QVERIFY2(QRegularExpression(QStringLiteral("^OpenSSL Error: error:[0-9A-F]{8}:[^\n]*\n$")).match(line).hasMatch(), qPrintable(line));
+        QVERIFY2(
+            QRegularExpression(QStringLiteral("^OpenSSL Error: error:[0-9A-F]{8}:[^\n]*\n$")).match(line).hasMatch(),
+            qPrintable(line));
         QVERIFY2(line.contains(reason), qPrintable(line));
         // The error text comes from a 130-character buffer, its terminating NUL included.
         QVERIFY(line.size() <= int(sizeof("OpenSSL Error: ") - 1) + 129 + 1);
@@ -200,8 +222,14 @@ private Q_SLOTS:
     void base64()
     {
         // RFC 4648, section 10, the alphabet's last two letters, and NUL bytes carried through.
-        const QList<QPair<QByteArray, QByteArray>> pairs{{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="},
-                                                         {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {QByteArray::fromHex("fbffbf"), "+/+/"},
+        const QList<QPair<QByteArray, QByteArray>> pairs{{"", ""},
+                                                         {"f", "Zg=="},
+                                                         {"fo", "Zm8="},
+                                                         {"foo", "Zm9v"},
+                                                         {"foob", "Zm9vYg=="},
+                                                         {"fooba", "Zm9vYmE="},
+                                                         {"foobar", "Zm9vYmFy"},
+                                                         {QByteArray::fromHex("fbffbf"), "+/+/"},
                                                          {QByteArray(2, '\0'), "AAA="}};
         for (const auto &[bytes, text] : pairs) {
             QCOMPARE(QByteArray::fromStdString(base64Encode(bytes.toStdString())), text);
@@ -236,19 +264,25 @@ private Q_SLOTS:
         QFETCH(QByteArray, pem);
         QFETCH(bool, works);
         PkeyPtr key(keyBits == 256 ? EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256")
-                                   : EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t(keyBits ? keyBits : 1024)), EVP_PKEY_free);
+                                   : EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t(keyBits ? keyBits : 1024)),
+                    EVP_PKEY_free);
         QVERIFY(key);
-        const std::string keyText = pem.isNull() ? pemOf(key.get()) : pem == "private" ? pemOf(key.get(), true) : pem.toStdString();
+        const std::string keyText = pem.isNull() ? pemOf(key.get())
+            : pem == "private"                   ? pemOf(key.get(), true)
+                                                 : pem.toStdString();
         std::string text = "<threw>";
         QByteArray written;
-        QCOMPARE(thrownBy([&] { text = rsaPublicEncrypt(plain.toStdString(), pem == "null" ? nullptr : keyText.c_str()); }, &written),
-                 QStringLiteral("nothing thrown"));
+        QCOMPARE(
+            thrownBy([&] { text = rsaPublicEncrypt(plain.toStdString(), pem == "null" ? nullptr : keyText.c_str()); },
+                     &written),
+            QStringLiteral("nothing thrown"));
         QVERIFY2(text.empty() != works, text.c_str());
         if (!works)
             return;
         const std::string cipher = base64Decode(text);
         QCOMPARE(int(cipher.size()), keyBits / 8);
-        QCOMPARE(QByteArray::fromStdString(base64Encode(cipher)), QByteArray::fromStdString(text)); // canonical, padding included
+        QCOMPARE(QByteArray::fromStdString(base64Encode(cipher)),
+                 QByteArray::fromStdString(text)); // canonical, padding included
         QCOMPARE(QByteArray::fromStdString(privateDecrypt(key.get(), cipher)), plain);
         // The padding is random: the same text never gives the same ciphertext twice.
         QVERIFY(rsaPublicEncrypt(plain.toStdString(), keyText.c_str()) != text);

@@ -8,17 +8,17 @@
 #include "cloudmaterial/devicebinding/deviceinformation.h"
 #include "cloudmaterial/devicebinding/devicetopics.h"
 #include "cloudmaterial/stdstringmetatype_p.h"
-#include "support/logcapture.h"
 #include "localcloud/mosquitto.h"
+#include "support/logcapture.h"
 
 #include <mqtt/async_client.h>
 
 #include <QElapsedTimer>
 #include <QFile>
-#include <QTcpServer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTcpServer>
 #include <QUuid>
 #include <QtTest>
 
@@ -37,7 +37,11 @@ const std::string ModelId = "M1";
 class CloudClient
 {
 public:
-    struct Message { std::string topic, payload; int qos; };
+    struct Message
+    {
+        std::string topic, payload;
+        int qos;
+    };
 
     explicit CloudClient(const QString &url)
         : m_client(url.toStdString(), QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString())
@@ -124,7 +128,10 @@ private Q_SLOTS:
     void bindingReplyWithoutClientStillBinds();
 
 private:
-    std::string topic(std::string_view root, std::string_view path) const { return t::topic(root, ModelId, m_sn, path); }
+    std::string topic(std::string_view root, std::string_view path) const
+    {
+        return t::topic(root, ModelId, m_sn, path);
+    }
     void configure(const QString &url);
     /** bind() against the broker: subscribed, online and binding request seen by the cloud. */
     bool bindDevice();
@@ -182,10 +189,12 @@ bool TestDeviceBinding::waitSubscribed()
 {
     // The device subscribes from the library's thread; the broker's own log tells when all five are acknowledged.
     const QByteArray ack = "Sending SUBACK to " + QByteArray::fromStdString(m_clientId);
-    return QTest::qWaitFor([&] {
-        QFile file(m_broker.logFile());
-        return file.open(QIODevice::ReadOnly) && file.readAll().count(ack) >= 5;
-    }, 10000);
+    return QTest::qWaitFor(
+        [&] {
+            QFile file(m_broker.logFile());
+            return file.open(QIODevice::ReadOnly) && file.readAll().count(ack) >= 5;
+        },
+        10000);
 }
 
 bool TestDeviceBinding::bindDevice()
@@ -198,16 +207,24 @@ bool TestDeviceBinding::bindAndConfirm()
 {
     if (!bindDevice())
         return false;
-    m_cloud->publish(topic(t::downstreamReply, t::binding), R"({"header":{"content":"binding","requestId":"x"},"body":{"dummy":""}})");
+    m_cloud->publish(topic(t::downstreamReply, t::binding),
+                     R"({"header":{"content":"binding","requestId":"x"},"body":{"dummy":""}})");
     return QTest::qWaitFor([&] { return m_cloud->on().size() == 4; }, 10000) && m_controller->isBound();
 }
 
 QJsonObject TestDeviceBinding::basicBody() const
 {
-    return {{"brand", "orbi"}, {"series", "RM"}, {"deviceName", "Hall player"}, {"productName", "Talvor RM5"},
-            {"customDeviceName", "Front desk"}, {"modelId", "M1"}, {"sn", QString::fromStdString(m_sn)},
-            {"mac", QString::fromStdString(localMacAddress())}, {"localIp", QString::fromStdString(localIpAddress())},
-            {"platformSystem", "Linux"}, {"softwareMainVersion", "5.2.1"}};
+    return {{"brand", "orbi"},
+            {"series", "RM"},
+            {"deviceName", "Hall player"},
+            {"productName", "Talvor RM5"},
+            {"customDeviceName", "Front desk"},
+            {"modelId", "M1"},
+            {"sn", QString::fromStdString(m_sn)},
+            {"mac", QString::fromStdString(localMacAddress())},
+            {"localIp", QString::fromStdString(localIpAddress())},
+            {"platformSystem", "Linux"},
+            {"softwareMainVersion", "5.2.1"}};
 }
 
 QJsonObject TestDeviceBinding::storageBody() const
@@ -215,8 +232,10 @@ QJsonObject TestDeviceBinding::storageBody() const
     QJsonArray disks;
     qint64 capability = 0;
     for (const DiskJson &disk : diskList()) {
-        disks.append(QJsonObject{{"capability", qint64(disk.capability)}, {"name", QString::fromStdString(disk.name)},
-                                 {"diskName", QString::fromStdString(disk.diskName)}, {"type", QString::fromStdString(disk.type)}});
+        disks.append(QJsonObject{{"capability", qint64(disk.capability)},
+                                 {"name", QString::fromStdString(disk.name)},
+                                 {"diskName", QString::fromStdString(disk.diskName)},
+                                 {"type", QString::fromStdString(disk.type)}});
         capability += disk.capability;
     }
     return {{"capability", capability}, {"storage", disks}};
@@ -239,9 +258,15 @@ void TestDeviceBinding::bindSendsOnlineThenTheBindingRequest()
     QCOMPARE(request.topic, topic(t::upstreamPost, t::binding));
     QCOMPARE(request.qos, 2);
     QCOMPARE(json(request.payload)["body"].toObject(),
-             (QJsonObject{{"username", "mqtt-user"}, {"password", "mqtt-pass"}, {"passwordEncType", 0},
-                          {"mac", QString::fromStdString(localMacAddress())}, {"sn", QString::fromStdString(m_sn)},
-                          {"modelId", "M1"}, {"deviceName", "Hall player"}, {"customDeviceName", "Front desk"}, {"source", 1}}));
+             (QJsonObject{{"username", "mqtt-user"},
+                          {"password", "mqtt-pass"},
+                          {"passwordEncType", 0},
+                          {"mac", QString::fromStdString(localMacAddress())},
+                          {"sn", QString::fromStdString(m_sn)},
+                          {"modelId", "M1"},
+                          {"deviceName", "Hall player"},
+                          {"customDeviceName", "Front desk"},
+                          {"source", 1}}));
     QVERIFY(!m_controller->isBound());
 }
 
@@ -278,7 +303,7 @@ void TestDeviceBinding::getRequestIsAnsweredAtQos0()
     QFETCH(std::string, logPrefix);
     QVERIFY(bindAndConfirm());
     const std::string request = R"({"header":{"content":")" + content.toStdString() + R"(","requestId":"req-)"
-                                + content.toStdString() + R"(","version":"1.0"},"body":{}})";
+        + content.toStdString() + R"(","version":"1.0"},"body":{}})";
     m_cloud->publish(topic(t::downstreamGet, path), request);
     const std::string reply = topic(t::upstreamReply, path);
     QTRY_COMPARE(m_cloud->on(reply).size(), std::size_t(1));

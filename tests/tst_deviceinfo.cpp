@@ -24,7 +24,8 @@ std::string written(T record, const char *content)
 
 using Interfaces = std::vector<InterfaceFacts>;
 
-InterfaceFacts iface(bool valid, bool loopback, bool running, const char *mac, std::initializer_list<const char *> ips = {})
+InterfaceFacts iface(bool valid, bool loopback, bool running, const char *mac,
+                     std::initializer_list<const char *> ips = {})
 {
     InterfaceFacts facts{valid, loopback, running, QString::fromLatin1(mac), {}};
     for (const char *ip : ips)
@@ -60,15 +61,16 @@ void TestDeviceInfo::macAddress_data()
     QTest::addColumn<Interfaces>("interfaces");
     QTest::addColumn<std::string>("expected");
     // The first valid interface that is not the loopback, in upper case, running or not.
-    QTest::newRow("first after loopback") << Interfaces{iface(true, true, true, "00:00:00:00:00:00"),
-                                                        iface(true, false, false, "aa:bb:cc:dd:ee:0f"),
-                                                        iface(true, false, true, "11:22:33:44:55:66")}
-                                          << std::string("AA:BB:CC:DD:EE:0F");
+    QTest::newRow("first after loopback")
+        << Interfaces{iface(true, true, true, "00:00:00:00:00:00"), iface(true, false, false, "aa:bb:cc:dd:ee:0f"),
+                      iface(true, false, true, "11:22:33:44:55:66")}
+        << std::string("AA:BB:CC:DD:EE:0F");
     QTest::newRow("invalid skipped") << Interfaces{iface(false, false, true, "de:ad:be:ef:00:01"),
                                                    iface(true, false, true, "02:42:ac:11:00:02")}
                                      << std::string("02:42:AC:11:00:02");
     // Taken even without a hardware address (a tunnel): there is no second choice.
-    QTest::newRow("empty address kept") << Interfaces{iface(true, false, true, ""), iface(true, false, true, "02:42:ac:11:00:02")}
+    QTest::newRow("empty address kept") << Interfaces{iface(true, false, true, ""),
+                                                      iface(true, false, true, "02:42:ac:11:00:02")}
                                         << std::string();
     QTest::newRow("loopback only") << Interfaces{iface(true, true, true, "00:00:00:00:00:00")} << std::string();
     QTest::newRow("none") << Interfaces{} << std::string();
@@ -86,7 +88,8 @@ void TestDeviceInfo::ipAddress_data()
     QTest::addColumn<Interfaces>("interfaces");
     QTest::addColumn<std::string>("expected");
     // The first IPv4 address other than 127.0.0.1 of a running interface, in the listed order.
-    QTest::newRow("loopback only") << Interfaces{iface(true, true, true, "", {"127.0.0.1", "::1"})} << std::string("0.0.0.0");
+    QTest::newRow("loopback only") << Interfaces{iface(true, true, true, "", {"127.0.0.1", "::1"})}
+                                   << std::string("0.0.0.0");
     QTest::newRow("none") << Interfaces{} << std::string("0.0.0.0");
     QTest::newRow("ipv6 skipped") << Interfaces{iface(true, false, true, "aa", {"fe80::1", "10.0.0.7", "10.0.0.8"})}
                                   << std::string("10.0.0.7");
@@ -96,9 +99,9 @@ void TestDeviceInfo::ipAddress_data()
     // Only 127.0.0.1 is left out, not the rest of its network, and the flag does not count.
     QTest::newRow("other loopback net") << Interfaces{iface(true, true, true, "", {"127.0.0.1", "127.0.1.1"})}
                                         << std::string("127.0.1.1");
-    QTest::newRow("first interface wins") << Interfaces{iface(true, false, true, "aa", {"10.1.1.1"}),
-                                                        iface(true, false, true, "bb", {"1.2.3.4"})}
-                                          << std::string("10.1.1.1");
+    QTest::newRow("first interface wins")
+        << Interfaces{iface(true, false, true, "aa", {"10.1.1.1"}), iface(true, false, true, "bb", {"1.2.3.4"})}
+        << std::string("10.1.1.1");
 }
 
 void TestDeviceInfo::ipAddress()
@@ -113,15 +116,22 @@ void TestDeviceInfo::diskRules_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("root");
     QTest::addColumn<QByteArray>("fs");
-    QTest::addColumn<bool>("ready");       // valid and ready
+    QTest::addColumn<bool>("ready"); // valid and ready
     QTest::addColumn<QString>("expected"); // diskName and type; empty: not listed
-    QTest::newRow("windows ntfs") << "System" << "C:/" << QByteArray("NTFS") << true << "C local";
-    QTest::newRow("exfat stick") << "STICK" << "E:/" << QByteArray("exFAT") << true << "E external";
-    QTest::newRow("exfat lower case") << "x" << "G:/" << QByteArray("exfat") << true << "G local";
-    QTest::newRow("unix mount") << "usb" << "/media/usb" << QByteArray("exFAT") << true << "/media/usb external";
-    QTest::newRow("FileCenter") << "FileCenter" << "D:/" << QByteArray("NTFS") << true << "";
-    QTest::newRow("filecenter2") << "filecenter2" << "D:/" << QByteArray("NTFS") << true << "D local";
-    QTest::newRow("not ready") << "x" << "H:/" << QByteArray("NTFS") << false << "";
+    QTest::newRow("windows ntfs") << "System"
+                                  << "C:/" << QByteArray("NTFS") << true << "C local";
+    QTest::newRow("exfat stick") << "STICK"
+                                 << "E:/" << QByteArray("exFAT") << true << "E external";
+    QTest::newRow("exfat lower case") << "x"
+                                      << "G:/" << QByteArray("exfat") << true << "G local";
+    QTest::newRow("unix mount") << "usb"
+                                << "/media/usb" << QByteArray("exFAT") << true << "/media/usb external";
+    QTest::newRow("FileCenter") << "FileCenter"
+                                << "D:/" << QByteArray("NTFS") << true << "";
+    QTest::newRow("filecenter2") << "filecenter2"
+                                 << "D:/" << QByteArray("NTFS") << true << "D local";
+    QTest::newRow("not ready") << "x"
+                               << "H:/" << QByteArray("NTFS") << false << "";
 }
 
 void TestDeviceInfo::diskRules()
@@ -132,12 +142,14 @@ void TestDeviceInfo::diskRules()
     QFETCH(bool, ready);
     QFETCH(QString, expected);
     // 4 TiB, beyond 32 bits.
-    const auto disks = diskListFrom({{true, ready, name, root, fs, 4LL << 40, 1200}, {true, true, "b", "B:/", "NTFS", 7, 0}});
+    const auto disks =
+        diskListFrom({{true, ready, name, root, fs, 4LL << 40, 1200}, {true, true, "b", "B:/", "NTFS", 7, 0}});
     QCOMPARE(disks.size(), expected.isEmpty() ? std::size_t(1) : std::size_t(2));
     QCOMPARE(disks.back().name, std::string("b")); // the order is kept
     if (expected.isEmpty())
         return;
-    QCOMPARE(QString::fromStdString(disks[0].name + "|" + disks[0].diskName + " " + disks[0].type), name + "|" + expected);
+    QCOMPARE(QString::fromStdString(disks[0].name + "|" + disks[0].diskName + " " + disks[0].type),
+             name + "|" + expected);
     QCOMPARE(disks[0].capability, std::int64_t(4LL << 40));
     QCOMPARE(disks[0].used, std::int64_t((4LL << 40) - 1200));
 }
@@ -189,25 +201,35 @@ void TestDeviceInfo::topicsAndRecords_data()
     QTest::addColumn<std::string>("expected");
     // The topics tst_messaging does not already see on the wire; pieces are copied as they are.
     const std::string m1s1 = "/M1/S1/device/";
-    QTest::newRow("offline") << t::topic(t::upstreamReport, "M1", "S1", t::offline) << "orbicloud/upstream/report" + m1s1 + "offline";
-    QTest::newRow("get storage") << t::topic(t::downstreamGet, "M1", "S1", t::storage) << "orbicloud/downstream/get" + m1s1 + "storage";
-    QTest::newRow("reply basic") << t::topic(t::upstreamReply, "M1", "S1", t::basic) << "orbicloud/upstream/reply" + m1s1 + "basic";
+    QTest::newRow("offline") << t::topic(t::upstreamReport, "M1", "S1", t::offline)
+                             << "orbicloud/upstream/report" + m1s1 + "offline";
+    QTest::newRow("get storage") << t::topic(t::downstreamGet, "M1", "S1", t::storage)
+                                 << "orbicloud/downstream/get" + m1s1 + "storage";
+    QTest::newRow("reply basic") << t::topic(t::upstreamReply, "M1", "S1", t::basic)
+                                 << "orbicloud/upstream/reply" + m1s1 + "basic";
     QTest::newRow("odd volume") << t::topic(t::upstreamReport, " m/+", "s#\xC3\xA9", t::volume)
                                 << std::string("orbicloud/upstream/report/ m/+/s#\xC3\xA9/device/volume");
 
     const std::string h = R"({"header":{"content":"%","requestId":"r-1","version":"1.0"},"body":)";
     auto header = [&h](const char *content) { return QString::fromStdString(h).replace('%', content).toStdString(); };
-    QTest::newRow("binding") << written(BindingRequestMessage{{}, {"u", "p", 0, "AA:BB", "S1", "M1", "dev", "custom", 1}}, "binding")
-                             << header("binding") + R"({"username":"u","password":"p","passwordEncType":0,"mac":"AA:BB",)"
-                                    R"("sn":"S1","modelId":"M1","deviceName":"dev","customDeviceName":"custom","source":1}})";
-    QTest::newRow("basic") << written(BasicInfoMessage{{}, {"orbi", "RM", "dev", "Talvor RM5", "custom", "M1", "S1", "AA",
-                                                            "10.0.0.2", "Linux", "2.1"}}, "basic")
-                           << header("basic") + R"({"brand":"orbi","series":"RM","deviceName":"dev","productName":"Talvor RM5",)"
-                                  R"("customDeviceName":"custom","modelId":"M1","sn":"S1","mac":"AA","localIp":"10.0.0.2",)"
-                                  R"("platformSystem":"Linux","softwareMainVersion":"2.1"}})";
-    QTest::newRow("storage") << written(StorageInfoMessage{{}, {5000000000LL, 7, {{5000000000LL, 6, "sys", "C", "local"}}}}, "storage")
-                             << header("storage") + R"({"capability":5000000000,"used":7,"storage":[)"
-                                    R"({"capability":5000000000,"used":6,"name":"sys","diskName":"C","type":"local"}]}})";
+    QTest::newRow("binding") << written(
+        BindingRequestMessage{{}, {"u", "p", 0, "AA:BB", "S1", "M1", "dev", "custom", 1}}, "binding")
+                             << header("binding")
+            + R"({"username":"u","password":"p","passwordEncType":0,"mac":"AA:BB",)"
+              R"("sn":"S1","modelId":"M1","deviceName":"dev","customDeviceName":"custom","source":1}})";
+    QTest::newRow("basic") << written(
+        BasicInfoMessage{{},
+                         {"orbi", "RM", "dev", "Talvor RM5", "custom", "M1", "S1", "AA", "10.0.0.2", "Linux", "2.1"}},
+        "basic")
+                           << header("basic")
+            + R"({"brand":"orbi","series":"RM","deviceName":"dev","productName":"Talvor RM5",)"
+              R"("customDeviceName":"custom","modelId":"M1","sn":"S1","mac":"AA","localIp":"10.0.0.2",)"
+              R"("platformSystem":"Linux","softwareMainVersion":"2.1"}})";
+    QTest::newRow("storage") << written(
+        StorageInfoMessage{{}, {5000000000LL, 7, {{5000000000LL, 6, "sys", "C", "local"}}}}, "storage")
+                             << header("storage")
+            + R"({"capability":5000000000,"used":7,"storage":[)"
+              R"({"capability":5000000000,"used":6,"name":"sys","diskName":"C","type":"local"}]}})";
     QTest::newRow("volume") << written(VolumeInfoMessage{{}, {42}}, "volume") << header("volume") + R"({"value":42}})";
     QTest::newRow("online") << written(OnlineMessage{{}, {"online", "Linux"}}, "online")
                             << header("online") + R"({"type":"online","platform":"Linux"}})";

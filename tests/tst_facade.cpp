@@ -2,9 +2,9 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/login/logincontroller.h"
 #include "cloudmaterial/maincontroller.h"
-#include "cloudmaterial/translatemanager.h"
 #include "cloudmaterial/maincontroller_p.h"
 #include "cloudmaterial/maincontrollerwrapper.h"
+#include "cloudmaterial/translatemanager.h"
 
 #include "support/fakeruntime.h"
 #include "support/logcapture.h"
@@ -17,7 +17,6 @@
 
 using namespace talvor::cloudmaterial;
 using Role = FakeRuntime::Role;
-
 
 class TestFacade : public QObject
 {
@@ -47,8 +46,12 @@ void TestFacade::initTestCase()
     QCOMPARE(lines.size(), std::size_t(1));
     QCOMPARE(lines.front().level, spdlog::level::info);
     const QString text = QString::fromStdString(lines.front().text);
-    QVERIFY2(QRegularExpression(QStringLiteral("^AppConfigPath: %1 \\n //maincontroller:setAppConfigPath\\(\\)#\\d+\\.$")
-                                    .arg(QRegularExpression::escape(configDir.path()))).match(text).hasMatch(), qPrintable(text));
+    QVERIFY2(
+        QRegularExpression(QStringLiteral("^AppConfigPath: %1 \\n //maincontroller:setAppConfigPath\\(\\)#\\d+\\.$")
+                               .arg(QRegularExpression::escape(configDir.path())))
+            .match(text)
+            .hasMatch(),
+        qPrintable(text));
 }
 
 // A host that never loads a theme gets the one beside its executable when the panel is made.
@@ -78,10 +81,17 @@ void TestFacade::callsFollowTheRole()
         target.setStarDragCallback(drag);
     };
     // One runtime switching roles between calls: the role is asked on every call.
-    const struct { const char *name; bool attached; Role role; bool settingsApply, userFacing; } rows[] = {
-        {"no runtime", false, Role::ProxyClient, true, true}, {"client", true, Role::ProxyClient, false, true},
-        {"server", true, Role::ProxyServer, true, false},     {"client again", true, Role::ProxyClient, false, true},
-        {"single", true, Role::Single, true, true}}; // leaves the host a single machine
+    const struct
+    {
+        const char *name;
+        bool attached;
+        Role role;
+        bool settingsApply, userFacing;
+    } rows[] = {{"no runtime", false, Role::ProxyClient, true, true},
+                {"client", true, Role::ProxyClient, false, true},
+                {"server", true, Role::ProxyServer, true, false},
+                {"client again", true, Role::ProxyClient, false, true},
+                {"single", true, Role::Single, true, true}}; // leaves the host a single machine
     for (const auto &row : rows) {
         runtime.setRole(row.role);
         wrapper.setRXRuntime(row.attached ? &runtime : nullptr);
@@ -98,9 +108,14 @@ void TestFacade::callsFollowTheRole()
         QVERIFY(wrapper.autoLogin());
         QCOMPARE(wrapper.cloudMaterialList() != nullptr, row.userFacing);
         // Every machine shows its own texts; only exact names are mapped.
-        for (const auto &[host, module] : std::vector<std::pair<std::string, std::string>>{
-                 {"zh_CN", "cn"}, {"zh_TW", "tw"}, {"korean", "ko_KR"}, {"russian", "ru_RU"}, {"en", "en"},
-                 {"ZH_CN", "ZH_CN"}, {"zh_CN ", "zh_CN "}, {"de_DE", "de_DE"}}) {
+        for (const auto &[host, module] : std::vector<std::pair<std::string, std::string>>{{"zh_CN", "cn"},
+                                                                                           {"zh_TW", "tw"},
+                                                                                           {"korean", "ko_KR"},
+                                                                                           {"russian", "ru_RU"},
+                                                                                           {"en", "en"},
+                                                                                           {"ZH_CN", "ZH_CN"},
+                                                                                           {"zh_CN ", "zh_CN "},
+                                                                                           {"de_DE", "de_DE"}}) {
             wrapper.setCurrentLanguage(host);
             QCOMPARE(controller.currentLanguage(), module);
         }

@@ -22,8 +22,16 @@ using namespace talvor::cloudmaterial;
 
 static constexpr int fileSize = 300000;
 
-static QByteArray readFile(const QString &path) { QFile f(path); return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray(); }
-static bool writeFile(const QString &path, const QByteArray &bytes) { QFile f(path); return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size(); }
+static QByteArray readFile(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+static bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
+}
 
 // The downloader's Qt-side lines ("rxcm.download"), from whatever thread wrote them, as "W text"/"I text".
 static QMutex s_mutex;
@@ -34,7 +42,11 @@ static void collect(QtMsgType type, const QMessageLogContext &context, const QSt
     if (context.category && qstrcmp(context.category, "rxcm.download") == 0)
         s_lines << QLatin1String(type == QtWarningMsg ? "W " : "I ") + message;
 }
-static QStringList takeLines() { QMutexLocker locker(&s_mutex); return std::exchange(s_lines, {}); }
+static QStringList takeLines()
+{
+    QMutexLocker locker(&s_mutex);
+    return std::exchange(s_lines, {});
+}
 
 class TestFileDownloader : public QObject
 {
@@ -47,7 +59,11 @@ private Q_SLOTS:
         QVERIFY(m_sim.start(R"({"files":[{"name":"a.bin","size":300000},{"name":"big.bin","size":3000000},
                                          {"name":"one.bin","size":1},{"name":"hello.txt","text":"hello"}]})"));
     }
-    void init() { m_dir = std::make_unique<QTemporaryDir>(); takeLines(); }
+    void init()
+    {
+        m_dir = std::make_unique<QTemporaryDir>();
+        takeLines();
+    }
     void cleanup() { QVERIFY(m_sim.clearFaults() && m_sim.clearRequests()); }
 
     void downloads_data()
@@ -55,7 +71,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<bool>("onWorker");
-        // Made, used and destroyed on the worker, into a folder that does not exist yet, as the material controller does.
+        // Made, used and destroyed on the worker, into a folder that does not exist yet, as the material controller
+        // does.
         QTest::newRow("300000 bytes on the worker") << "a.bin" << generatedContent(0, fileSize) << true;
         QTest::newRow("3000000 bytes") << "big.bin" << generatedContent(0, 3000000) << false;
         QTest::newRow("one byte") << "one.bin" << generatedContent(0, 1) << false;
@@ -72,7 +89,9 @@ private Q_SLOTS:
         QList<QPair<qint64, qint64>> progress{{0, content.size()}};
         auto run = [&] {
             FileDownloader downloader;
-            QObject::connect(&downloader, &FileDownloader::progress, &downloader, [&](qint64 got, qint64 total) { progress.append({got, total}); });
+            QObject::connect(&downloader, &FileDownloader::progress, &downloader, [&](qint64 got, qint64 total) {
+                progress.append({got, total});
+            });
             status = downloader.download(url(name), target);
         };
         onWorker ? WorkerPool().enqueue(run).get() : run();
@@ -98,14 +117,21 @@ private Q_SLOTS:
         const QString failed = QStringLiteral("^W Download failed: ");
         const QString failedOnce = QStringLiteral("^W Download failed: [^\n]*$"); // reported once, not per arrival
         QTest::newRow("unknown file") << "missing.bin" << QJsonObject() << QByteArray() << none << failedOnce;
-        QTest::newRow("404 with a body") << "a.bin" << QJsonObject{{"kind", "status"}, {"status", 404}, {"body", "not here"}} << QByteArray() << none << failedOnce;
+        QTest::newRow("404 with a body") << "a.bin"
+                                         << QJsonObject{{"kind", "status"}, {"status", 404}, {"body", "not here"}}
+                                         << QByteArray() << none << failedOnce;
         // What did arrive stays behind in the ".temp" file, deliberately.
-        QTest::newRow("dropped connection") << "a.bin" << QJsonObject{{"kind", "drop_after"}, {"bytes", 100000}} << QByteArray() << part << failed;
-        QTest::newRow("announced 1 more") << "a.bin" << QJsonObject{{"kind", "wrong_length"}, {"delta", 1}} << QByteArray() << QByteArray() << failed;
-        QTest::newRow("announced 1 less") << "a.bin" << QJsonObject{{"kind", "wrong_length"}, {"length", fileSize - 1}} << QByteArray() << QByteArray() << "^I [^\n]*\nW [^\n]*$";
+        QTest::newRow("dropped connection")
+            << "a.bin" << QJsonObject{{"kind", "drop_after"}, {"bytes", 100000}} << QByteArray() << part << failed;
+        QTest::newRow("announced 1 more")
+            << "a.bin" << QJsonObject{{"kind", "wrong_length"}, {"delta", 1}} << QByteArray() << QByteArray() << failed;
+        QTest::newRow("announced 1 less") << "a.bin" << QJsonObject{{"kind", "wrong_length"}, {"length", fileSize - 1}}
+                                          << QByteArray() << QByteArray() << "^I [^\n]*\nW [^\n]*$";
         // A leftover is appended to, not resumed (the request still starts at byte 0), and then fails.
-        QTest::newRow("leftover .temp") << "a.bin" << QJsonObject() << part << part + generatedContent(0, fileSize)
-                                        << QStringLiteral("^I http response file size : %1\nW http response file size != download local file size$").arg(fileSize);
+        QTest::newRow("leftover .temp")
+            << "a.bin" << QJsonObject() << part << part + generatedContent(0, fileSize)
+            << QStringLiteral("^I http response file size : %1\nW http response file size != download local file size$")
+                   .arg(fileSize);
     }
 
     void failures()
@@ -122,7 +148,10 @@ private Q_SLOTS:
         QCOMPARE(FileDownloader().download(url(name), target), Failed);
         QVERIFY(!QFile::exists(target));
         if (!temp.isNull())
-            QCOMPARE(temp.isEmpty() ? QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).join(',').toUtf8() : readFile(target + ".temp"), temp);
+            QCOMPARE(temp.isEmpty()
+                         ? QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries).join(',').toUtf8()
+                         : readFile(target + ".temp"),
+                     temp);
         QCOMPARE(rangesSent(), QStringList{"bytes=0-"});
         const QString got = takeLines().join('\n');
         QVERIFY2(QRegularExpression(lines).match(got).hasMatch(), qPrintable(got));
@@ -136,7 +165,8 @@ private Q_SLOTS:
         QCOMPARE(FileDownloader().download(url("a.bin"), target), Successed);
         QCOMPARE(readFile(target), QByteArray("an older copy"));
         QCOMPARE(readFile(target + ".temp"), generatedContent(0, fileSize));
-        QVERIFY(FileDownloader::createFolder(m_dir->path()) && FileDownloader::createFolder(m_dir->filePath("x/y/z")) && QFileInfo(m_dir->filePath("x/y/z")).isDir());
+        QVERIFY(FileDownloader::createFolder(m_dir->path()) && FileDownloader::createFolder(m_dir->filePath("x/y/z"))
+                && QFileInfo(m_dir->filePath("x/y/z")).isDir());
         // A regular file where a folder should be: no mkdir can succeed, even as root.
         QVERIFY(writeFile(m_dir->filePath("afile"), "x"));
         const QString folder = m_dir->filePath("afile/sub");
@@ -167,24 +197,28 @@ private Q_SLOTS:
         std::atomic<bool> stopNow{beforeTheRequest};
         bool stopped = false;
         DownloadStatus status = Allowed;
-        WorkerPool().enqueue([&] {
-            FileDownloader downloader;
-            downloader.setStopCondition([&] { return stopNow.load(); });
-            std::thread stopper;
-            QObject::connect(&downloader, &FileDownloader::progress, &downloader, [&] {
-                if (!stopper.joinable())
-                    stopper = std::thread([&] { stopNow = true; });
-            });
-            status = downloader.download(url("a.bin"), target);
-            stopped = downloader.wasStopped();
-            if (stopper.joinable())
-                stopper.join();
-        }).get();
+        WorkerPool()
+            .enqueue([&] {
+                FileDownloader downloader;
+                downloader.setStopCondition([&] { return stopNow.load(); });
+                std::thread stopper;
+                QObject::connect(&downloader, &FileDownloader::progress, &downloader, [&] {
+                    if (!stopper.joinable())
+                        stopper = std::thread([&] { stopNow = true; });
+                });
+                status = downloader.download(url("a.bin"), target);
+                stopped = downloader.wasStopped();
+                if (stopper.joinable())
+                    stopper.join();
+            })
+            .get();
         QCOMPARE(status, Failed);
         QVERIFY(stopped);
         QCOMPARE(QDir(m_dir->path()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList());
         QCOMPARE(rangesSent(), beforeTheRequest ? QStringList() : QStringList{"bytes=0-"});
-        QCOMPARE(takeLines(), beforeTheRequest ? QStringList() : QStringList{"I download stopped: " + QString::fromStdString(url("a.bin"))});
+        QCOMPARE(takeLines(),
+                 beforeTheRequest ? QStringList()
+                                  : QStringList{"I download stopped: " + QString::fromStdString(url("a.bin"))});
     }
 
 private:

@@ -88,10 +88,12 @@ void TestGroupRuntime::exchangesCallsBothWays_data()
     QTest::addColumn<QByteArray>("payload");
     QTest::addColumn<QString>("topic");
     // msgpack of ["addr", "d01", "a.jpg", true]: zero bytes and high bytes pass untouched.
-    QTest::newRow("binary") << "hall" << "DownloadFileRes" << QByteArray::fromHex("94a461646472a3643031a5612e6a7067c300ff")
+    QTest::newRow("binary") << "hall"
+                            << "DownloadFileRes" << QByteArray::fromHex("94a461646472a3643031a5612e6a7067c300ff")
                             << "rxcm-demo/group/hall/call/DownloadFileRes";
-    QTest::newRow("wildcards and slashes in names") << "floor 2/+" << "Odd#/name" << QByteArray("x")
-                                                    << "rxcm-demo/group/floor%202%2F%2B/call/Odd%23%2Fname";
+    QTest::newRow("wildcards and slashes in names")
+        << "floor 2/+"
+        << "Odd#/name" << QByteArray("x") << "rxcm-demo/group/floor%202%2F%2B/call/Odd%23%2Fname";
 }
 
 void TestGroupRuntime::exchangesCallsBothWays()
@@ -133,17 +135,21 @@ void TestGroupRuntime::exchangesCallsBothWays()
     send(server, "After", "y");
     QTRY_COMPARE(atClient.count("After", "y"), 1);
     QCOMPARE(atClient.all().size(), std::size_t(2));
-    QTRY_COMPARE(heard, QStringList({server.identity() + name, client.identity() + name, server.identity() + name,
-                                 server.identity() + QStringLiteral("After")}));
+    QTRY_COMPARE(heard,
+                 QStringList({server.identity() + name, client.identity() + name, server.identity() + name,
+                              server.identity() + QStringLiteral("After")}));
 }
 
 void TestGroupRuntime::otherGroupsHearNothing_data()
 {
     QTest::addColumn<QString>("group");
     QTest::addColumn<QString>("other");
-    QTest::newRow("a prefix") << "team-a" << "team";
-    QTest::newRow("a multi-level wildcard") << "team-a" << "#";
-    QTest::newRow("a deeper level") << "team" << "team/call/+";
+    QTest::newRow("a prefix") << "team-a"
+                              << "team";
+    QTest::newRow("a multi-level wildcard") << "team-a"
+                                            << "#";
+    QTest::newRow("a deeper level") << "team"
+                                    << "team/call/+";
 }
 
 void TestGroupRuntime::otherGroupsHearNothing()

@@ -60,7 +60,8 @@ private Q_SLOTS:
         QTest::newRow("post 404, quiet") << true << 404 << R"({"code":404,"msg":"gone"})" << false << false;
         QTest::newRow("post, nothing listening") << true << 0 << "" << true << false;
         // A 200 whose body holds the quoted word "error" fails, deliberately by plain substring.
-        QTest::newRow("get, cloud error") << false << 200 << R"({"http_code":401,"error":"invalid token"})" << true << false;
+        QTest::newRow("get, cloud error")
+            << false << 200 << R"({"http_code":401,"error":"invalid token"})" << true << false;
         QTest::newRow("get, quoted word in text") << false << 200 << R"(all fine, no "error" at all)" << true << false;
         QTest::newRow("get, unquoted word") << false << 200 << R"({"code":0,"msg":"no error"})" << true << true;
         QTest::newRow("get, other case") << false << 200 << R"({"code":0,"Error":null})" << true << true;
@@ -81,10 +82,14 @@ private Q_SLOTS:
             QVERIFY(server.listen(QHostAddress::LocalHost, 0));
             target = QStringLiteral("https://127.0.0.1:%1/echo").arg(server.serverPort()).toStdString();
         } else if (!body.isNull()) {
-            QVERIFY(m_sim.addFault({{"kind", status == 200 ? "error_body" : "status"}, {"path", "/echo"}, {"status", status}, {"body", body}}));
+            QVERIFY(m_sim.addFault({{"kind", status == 200 ? "error_body" : "status"},
+                                    {"path", "/echo"},
+                                    {"status", status},
+                                    {"body", body}}));
         }
         // Set in list order: of two values for one name the later one is what the server sees.
-        const HttpHeaders headers{{"Content-Type", "text/plain"}, {"Accept", "text/html"}, {"X-Dup", "first"}, {"X-Dup", "second"}};
+        const HttpHeaders headers{
+            {"Content-Type", "text/plain"}, {"Accept", "text/html"}, {"X-Dup", "first"}, {"X-Dup", "second"}};
         const std::string sent = R"({"phone":"123"})";
         LogCapture capture;
         const HttpReply reply = post ? m_client->post(target, headers, sent, log) : m_client->get(target, headers, log);
@@ -105,10 +110,15 @@ private Q_SLOTS:
         std::vector<std::pair<spdlog::level::level_enum, std::string>> expected;
         const std::string where = post ? "httpclientwrapper:post" : "httpclientwrapper:get";
         if (post && log)
-            for (const std::string &line : {"post url: " + target, std::string("post headers: Content-Type: text/plain, Accept: text/html, X-Dup: first, X-Dup: second"), "post data: " + sent})
+            for (const std::string &line :
+                 {"post url: " + target,
+                  std::string("post headers: Content-Type: text/plain, Accept: text/html, X-Dup: first, X-Dup: second"),
+                  "post data: " + sent})
                 expected.push_back({spdlog::level::info, line});
         if (status != 200 && !post)
-            expected.push_back({spdlog::level::warn, "get reply err, url: " + target + ", status code: " + std::to_string(status) + ", msg: " + body.toStdString()});
+            expected.push_back({spdlog::level::warn,
+                                "get reply err, url: " + target + ", status code: " + std::to_string(status)
+                                    + ", msg: " + body.toStdString()});
         if (status != 200 && post) // a failure and its reply are logged even when the caller asked for quiet
             expected.push_back({spdlog::level::warn, "post reply err, status code: " + std::to_string(status)});
         if (post ? log || status != 200 : log && status == 200) // a failed get's reply is not logged again
@@ -146,18 +156,24 @@ private Q_SLOTS:
         const qint64 bothElapsed = total.elapsed();
         QVERIFY(!got.ok && got.body.empty() && !posted.ok && posted.body.empty());
         // The post path deliberately writes the get path's text; each call writes it once, and nothing else.
-        QCOMPARE(ModuleLog::count(log, spdlog::level::warn, "get reply timeout, url: " + getUrl, "httpclientwrapper:get"), 1);
-        QCOMPARE(ModuleLog::count(log, spdlog::level::warn, "get reply timeout, url: " + postUrl, "httpclientwrapper:post"), 1);
+        QCOMPARE(
+            ModuleLog::count(log, spdlog::level::warn, "get reply timeout, url: " + getUrl, "httpclientwrapper:get"),
+            1);
+        QCOMPARE(
+            ModuleLog::count(log, spdlog::level::warn, "get reply timeout, url: " + postUrl, "httpclientwrapper:post"),
+            1);
         QCOMPARE(log.lines().size(), std::size_t(2));
         // Both reached the server, so what ended them was the client's limit.
         QStringList seen;
         for (const auto &request : m_sim.requests())
-            seen << request.toObject().value("method").toString() + QLatin1Char(' ') + request.toObject().value("path").toString();
+            seen << request.toObject().value("method").toString() + QLatin1Char(' ')
+                    + request.toObject().value("path").toString();
         seen.sort();
         QCOMPARE(seen, (QStringList{QStringLiteral("GET /hang/get"), QStringLiteral("POST /hang/post")}));
         // The promised 10 s, with room for a loaded machine; overlapping waits cost one limit, not two.
         QVERIFY2(getElapsed >= 9500 && postElapsed >= 9500, qPrintable(QString::number(qMin(getElapsed, postElapsed))));
-        QVERIFY2(bothElapsed < 60000 && bothElapsed < getElapsed + postElapsed, qPrintable(QString::number(bothElapsed)));
+        QVERIFY2(bothElapsed < 60000 && bothElapsed < getElapsed + postElapsed,
+                 qPrintable(QString::number(bothElapsed)));
     }
 
     // Teardown at exit: a worker's call waiting on a silent server ends at once, not at its

@@ -17,8 +17,11 @@ const QString online = QStringLiteral("orbicloud/upstream/report/100001/") + ser
 
 QByteArray scenario()
 {
-    const QJsonArray media{QJsonObject{{"mid", "m1"}, {"mediaName", "intro.png"}, {"mediaType", 0},
-                                       {"approvalStatus", "2"}, {"file", QJsonObject{{"size", 4000}}}}};
+    const QJsonArray media{QJsonObject{{"mid", "m1"},
+                                       {"mediaName", "intro.png"},
+                                       {"mediaType", 0},
+                                       {"approvalStatus", "2"},
+                                       {"file", QJsonObject{{"size", 4000}}}}};
     const QJsonObject account{{"token", "tok-player"}, {"name", "ann"}, {"media", media}};
     return QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson();
 }
@@ -69,15 +72,24 @@ void TestInstalledHost::resumesTheSavedSession()
     QVERIFY(QDir().mkpath(work.filePath(QStringLiteral("config/cloud"))));
     QVERIFY(QDir().mkpath(work.filePath(QStringLiteral("materials"))));
     QVERIFY(writeJson(work.filePath(QStringLiteral("config/cloud/config.json")),
-                      {{"isRecordUsername", false}, {"username", ""}, {"nodes", cloud.url(QStringLiteral("/nodes.json"))},
+                      {{"isRecordUsername", false},
+                       {"username", ""},
+                       {"nodes", cloud.url(QStringLiteral("/nodes.json"))},
                        {"mqttControl", cloud.url(QStringLiteral("/mqtt/control/v1/"))}}));
     QVERIFY(writeJson(work.filePath(QStringLiteral("config/cloud/login.json")),
-                      {{"auth", "tok-player"}, {"username", "ann"}, {"countryCode", ""}, {"phone", ""}, {"email", ""},
-                       {"id", 1001}, {"currentNodeIdentity", "cn-1"}, {"currentNode", cloud.host()}}));
+                      {{"auth", "tok-player"},
+                       {"username", "ann"},
+                       {"countryCode", ""},
+                       {"phone", ""},
+                       {"email", ""},
+                       {"id", 1001},
+                       {"currentNodeIdentity", "cn-1"},
+                       {"currentNode", cloud.host()}}));
 
     QProcess host;
     host.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    host.start(player, {work.filePath(QStringLiteral("config")), work.filePath(QStringLiteral("materials")), cloud.caFile()});
+    host.start(player,
+               {work.filePath(QStringLiteral("config")), work.filePath(QStringLiteral("materials")), cloud.caFile()});
     QVERIFY(host.waitForStarted(30000));
     QByteArray said;
     const auto heard = [&](const QByteArray &line) {

@@ -5,8 +5,8 @@
 // broker restarts. Set RXCM_STRESS_SEED to replay a run; the seed is printed by every run.
 
 #include "localcloud/cloudsim.h"
-#include "support/generatedcontent.h"
 #include "localcloud/mosquitto.h"
+#include "support/generatedcontent.h"
 
 #include <QtTest>
 
@@ -69,7 +69,10 @@ QByteArray scenario()
 {
     QJsonArray media;
     for (const Material &m : catalogue)
-        media.append(QJsonObject{{"mid", m.mid}, {"mediaName", m.name}, {"mediaType", 1}, {"approvalStatus", "2"},
+        media.append(QJsonObject{{"mid", m.mid},
+                                 {"mediaName", m.name},
+                                 {"mediaType", 1},
+                                 {"approvalStatus", "2"},
                                  {"file", QJsonObject{{"size", m.size}}}});
     const QJsonObject account{{"token", QLatin1String(token)}, {"name", user}, {"media", media}};
     return QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson();
@@ -101,7 +104,8 @@ QString summary(const QStringList &topics)
     QStringList kinds;
     QList<int> counts;
     for (const QString &topic : topics) {
-        const QString kind = topic.section(QLatin1Char('/'), 2, 2) + QLatin1Char(' ') + topic.section(QLatin1Char('/'), -2);
+        const QString kind =
+            topic.section(QLatin1Char('/'), 2, 2) + QLatin1Char(' ') + topic.section(QLatin1Char('/'), -2);
         const int at = int(kinds.indexOf(kind));
         if (at < 0) {
             kinds << kind;
@@ -271,7 +275,8 @@ void TestLifecycle::init()
     // Where a deployed player finds its cloud: here, the local one.
     QFile config(work->filePath(QStringLiteral("config/cloud/config.json")));
     QVERIFY(config.open(QIODevice::WriteOnly));
-    config.write(QJsonDocument(QJsonObject{{"isRecordUsername", false}, {"username", ""},
+    config.write(QJsonDocument(QJsonObject{{"isRecordUsername", false},
+                                           {"username", ""},
                                            {"nodes", cloud.url(QStringLiteral("/nodes.json"))},
                                            {"mqttControl", cloud.url(QStringLiteral("/mqtt/control/v1/"))}})
                      .toJson());
@@ -291,8 +296,13 @@ void TestLifecycle::writeSession()
 {
     QFile session(work->filePath(QStringLiteral("config/cloud/login.json")));
     QVERIFY(session.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    session.write(QJsonDocument(QJsonObject{{"auth", QLatin1String(token)}, {"username", user}, {"countryCode", ""},
-                                            {"phone", ""}, {"email", ""}, {"id", 1001}, {"currentNodeIdentity", "cn-1"},
+    session.write(QJsonDocument(QJsonObject{{"auth", QLatin1String(token)},
+                                            {"username", user},
+                                            {"countryCode", ""},
+                                            {"phone", ""},
+                                            {"email", ""},
+                                            {"id", 1001},
+                                            {"currentNodeIdentity", "cn-1"},
                                             {"currentNode", cloud.host()}})
                       .toJson());
 }
@@ -300,8 +310,9 @@ void TestLifecycle::writeSession()
 bool TestLifecycle::startHost()
 {
     host = std::make_unique<HostProcess>();
-    return host->start({QStringLiteral("--config"), work->filePath(QStringLiteral("config")), QStringLiteral("--materials"),
-                        folder(), QStringLiteral("--ca"), cloud.caFile(), QStringLiteral("--serial"), serial},
+    return host->start({QStringLiteral("--config"), work->filePath(QStringLiteral("config")),
+                        QStringLiteral("--materials"), folder(), QStringLiteral("--ca"), cloud.caFile(),
+                        QStringLiteral("--serial"), serial},
                        work->path());
 }
 
@@ -348,7 +359,8 @@ void TestLifecycle::verifyDownloads(const QList<Material> &materials)
         const QString path = folder() + QLatin1Char('/') + m.name;
         int transfers = 0;
         for (const auto &request : requests)
-            transfers += request.toObject().value("path").toString().startsWith(QStringLiteral("/files/%1/").arg(m.mid));
+            transfers +=
+                request.toObject().value("path").toString().startsWith(QStringLiteral("/files/%1/").arg(m.mid));
         QFile file(path);
         const bool intact = file.open(QIODevice::ReadOnly) && file.readAll() == generatedContent(0, m.size);
         const QStringList signalled = host->lines(QStringLiteral("downloaded ") + m.mid + QLatin1Char(' '));
@@ -358,7 +370,7 @@ void TestLifecycle::verifyDownloads(const QList<Material> &materials)
                       .arg(signalled.size())
                       .arg(signalled.isEmpty() ? QString() : signalled.first().section(QLatin1Char(' '), 2))
                       .arg(transfers)
-                      .arg(intact          ? QStringLiteral("intact")
+                      .arg(intact              ? QStringLiteral("intact")
                                : file.exists() ? QStringLiteral("broken (%1 bytes)").arg(file.size())
                                                : QStringLiteral("missing"))
                       .arg(QFile::exists(path + QStringLiteral(".temp")) ? QStringLiteral(".temp left")
@@ -381,11 +393,13 @@ void TestLifecycle::finishHost(qint64 *elapsedMs)
     if (!ended || !reports.isEmpty() || !clean)
         host->dumpErrors();
     QVERIFY2(ended, "the host did not end within 60 s of being told to quit");
-    QVERIFY2(reports.isEmpty(),
-             qPrintable(QStringLiteral("the host's stderr holds a sanitizer report: ") + reports.join(QLatin1String(", "))));
-    QVERIFY2(clean, qPrintable(host->exitStatus() == QProcess::NormalExit
-                                   ? QStringLiteral("the host ended with code %1").arg(host->exitCode())
-                                   : QStringLiteral("the host crashed (signal %1)").arg(host->exitCode())));
+    QVERIFY2(
+        reports.isEmpty(),
+        qPrintable(QStringLiteral("the host's stderr holds a sanitizer report: ") + reports.join(QLatin1String(", "))));
+    QVERIFY2(clean,
+             qPrintable(host->exitStatus() == QProcess::NormalExit
+                            ? QStringLiteral("the host ended with code %1").arg(host->exitCode())
+                            : QStringLiteral("the host crashed (signal %1)").arg(host->exitCode())));
     QCOMPARE(host->lines(QStringLiteral("error ")), QStringList());
 }
 
@@ -437,8 +451,9 @@ void TestLifecycle::logoutStorm()
     QVERIFY(upstream(early));
     qInfo().noquote() << "upstream until the end of the grace:" << summary(early);
     QVERIFY(host->run(QStringLiteral("volume 100")));
-    QVERIFY(!cloud.control("POST", "/control/mqtt/send",
-                           QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
+    QVERIFY(!cloud
+                 .control("POST", "/control/mqtt/send",
+                          QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
                  .isNull());
     QTest::qWait(int(qMax<qint64>(0, 6000 - sinceClear.elapsed())));
     QVERIFY(upstream(all));
@@ -477,19 +492,22 @@ void TestLifecycle::seededStress()
     QStringList steps;
     const auto replay = qScopeGuard([&] {
         if (QTest::currentTestFailed())
-            qWarning().noquote() << QStringLiteral("stress failed; replay with RXCM_STRESS_SEED=%1. Steps:\n  ").arg(seed)
-                                        + steps.join(QLatin1String("\n  "));
+            qWarning().noquote()
+                << QStringLiteral("stress failed; replay with RXCM_STRESS_SEED=%1. Steps:\n  ").arg(seed)
+                    + steps.join(QLatin1String("\n  "));
     });
     QElapsedTimer clock;
     clock.start();
-    const auto step = [&](const QString &what) { steps << QStringLiteral("%1 ms: %2").arg(clock.elapsed(), 6).arg(what); };
+    const auto step = [&](const QString &what) {
+        steps << QStringLiteral("%1 ms: %2").arg(clock.elapsed(), 6).arg(what);
+    };
 
     QVERIFY(startHost());
-    bool live = false;    // logged in, and neither cleared nor unbound since
+    bool live = false; // logged in, and neither cleared nor unbound since
     bool bindable = true; // not yet seen to stay unbound in this session
     int sessionStart = 0; // upstream messages before the session's login
     qint64 endedAt = clock.elapsed();
-    int quietFrom = 0;    // upstream messages when the grace after the session's end was over
+    int quietFrom = 0; // upstream messages when the grace after the session's end was over
     QList<Material> downloaded;
     QStringList topics;
 
@@ -534,7 +552,8 @@ void TestLifecycle::seededStress()
             QVERIFY(upstream(topics));
             sessionStart = int(topics.size());
             QVERIFY(host->run(QStringLiteral("autologin")));
-            QTRY_VERIFY(host->count(QStringLiteral("login ") + user) == steps.filter(QStringLiteral("autoLogin()")).size());
+            QTRY_VERIFY(host->count(QStringLiteral("login ") + user)
+                        == steps.filter(QStringLiteral("autoLogin()")).size());
             live = true;
             bindable = true;
             break;
@@ -590,8 +609,9 @@ void TestLifecycle::seededStress()
             }
             step(QStringLiteral("the cloud unbinds the device") + (live ? QString() : QStringLiteral(" (no session)")));
             const int logouts = host->count(QStringLiteral("logout"));
-            QVERIFY(!cloud.control("POST", "/control/mqtt/send",
-                                   QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
+            QVERIFY(!cloud
+                         .control("POST", "/control/mqtt/send",
+                                  QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
                          .isNull());
             if (!live)
                 break;
@@ -606,7 +626,8 @@ void TestLifecycle::seededStress()
             QVERIFY(upstream(topics));
             const int before = int(topics.size());
             QVERIFY(broker.restart());
-            QVERIFY(!cloud.control("POST", "/control/mqtt", QJsonDocument(QJsonObject{{"url", broker.url()}})).isNull());
+            QVERIFY(
+                !cloud.control("POST", "/control/mqtt", QJsonDocument(QJsonObject{{"url", broker.url()}})).isNull());
             // A bound device says it is back, over the retained will of the lost connection.
             if (wasBound)
                 QTRY_VERIFY_WITH_TIMEOUT(upstream().mid(before).contains(online), 30000);
@@ -642,8 +663,8 @@ void TestLifecycle::seededStress()
     verifyDownloads(downloaded);
     // A run that never logged in would have proved nothing.
     QVERIFY2(!steps.filter(QStringLiteral("autoLogin()")).isEmpty(), qPrintable(steps.join('\n')));
-    qInfo().noquote() << steps.size() << "steps," << downloaded.size() << "materials downloaded in"
-                      << clock.elapsed() << "ms";
+    qInfo().noquote() << steps.size() << "steps," << downloaded.size() << "materials downloaded in" << clock.elapsed()
+                      << "ms";
 }
 
 QTEST_MAIN(TestLifecycle)

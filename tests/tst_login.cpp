@@ -5,8 +5,8 @@
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/currentnode.h"
 #include "cloudmaterial/login/logincontroller.h"
-#include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/logindlalog.h"
+#include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/loginverify.h"
 #include "cloudmaterial/login/nodedirectory.h"
 #include "cloudmaterial/login/verifycodeslider.h"
@@ -14,8 +14,8 @@
 #include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/workerpool.h"
 
-#include "support/cloudclient.h"
 #include "localcloud/cloudsim.h"
+#include "support/cloudclient.h"
 #include "support/freshlogin.h"
 #include "support/logcapture.h"
 #include "support/modulelog.h"
@@ -147,7 +147,6 @@ QStringList keysInOrder(const QJsonObject &request)
     return keys;
 }
 
-
 } // namespace
 
 Q_DECLARE_METATYPE(Mode)
@@ -222,7 +221,8 @@ bool TestLogin::useCloud(const QByteArray &scenarioJson)
     config.nodes = cloud.url(QStringLiteral("/nodes.json")).toStdString();
     config.mqttControl = cloud.url(QStringLiteral("/mqtt/control/v1/")).toStdString();
     ConfigStore::instance().setConfig(config);
-    return cloud.clearFaults() && !cloud.control("DELETE", QStringLiteral("/control/gateway")).isNull() && cloud.clearRequests();
+    return cloud.clearFaults() && !cloud.control("DELETE", QStringLiteral("/control/gateway")).isNull()
+        && cloud.clearRequests();
 }
 
 void TestLogin::globalDns_data()
@@ -231,7 +231,8 @@ void TestLogin::globalDns_data()
     QTest::addColumn<int>("backups");
     QTest::addColumn<QString>("identity");
     QTest::newRow("one backup") << QJsonObject{{"slave", "one"}} << 1 << "cn-1";
-    QTest::newRow("no backups member") << QJsonObject{{"slave", "missing"}, {"identity", "eu-9"}, {"status", 7}} << 0 << "eu-9";
+    QTest::newRow("no backups member") << QJsonObject{{"slave", "missing"}, {"identity", "eu-9"}, {"status", 7}} << 0
+                                       << "eu-9";
     QTest::newRow("empty reply") << QJsonObject() << 0 << "";
 }
 
@@ -266,16 +267,19 @@ void TestLogin::globalDns()
         return;
     }
     // The line holds the reply exactly as it came.
-    QVERIFY2(ModuleLog::is(lines.front(), "获取 DNS 地址消息: " + served.toStdString(), "logincontroller:getGlobalDnsAddr"),
-             lines.front().text.c_str());
+    QVERIFY2(
+        ModuleLog::is(lines.front(), "获取 DNS 地址消息: " + served.toStdString(), "logincontroller:getGlobalDnsAddr"),
+        lines.front().text.c_str());
     QCOMPARE(qint64(entry.status), qint64(dns.value("status").toInt(200)));
     QCOMPARE(QString::fromStdString(entry.data.main.mqttAuthUrl), cloud.url(QStringLiteral("/mqtt/auth")));
     // The key is a bare SubjectPublicKeyInfo body, wrapped into PEM by the messaging start.
     const std::string pem = "-----BEGIN PUBLIC KEY-----\n" + entry.data.main.publicKey + "\n-----END PUBLIC KEY-----";
     QVERIFY(!rsaPublicEncrypt("probe", pem.c_str()).empty());
     if (backups) {
-        QCOMPARE(QString::fromStdString(entry.data.slave.front().mqttAuthUrl), cloud.url(QStringLiteral("/mqtt/auth-backup")));
-        QVERIFY(!entry.data.slave.front().publicKey.empty() && entry.data.slave.front().publicKey != entry.data.main.publicKey);
+        QCOMPARE(QString::fromStdString(entry.data.slave.front().mqttAuthUrl),
+                 cloud.url(QStringLiteral("/mqtt/auth-backup")));
+        QVERIFY(!entry.data.slave.front().publicKey.empty()
+                && entry.data.slave.front().publicKey != entry.data.main.publicKey);
     }
 }
 
@@ -285,13 +289,15 @@ void TestLogin::verifyCode()
     AliVerifyCodeInfo info;
     info.key = "k-1";
     info.phone = alicePhone;
-    for (const char *reply : {R"({"key":"k-other","status":true})", R"({"key":"k-1","status":false})", R"(["k-1",true])"}) {
+    for (const char *reply :
+         {R"({"key":"k-other","status":true})", R"({"key":"k-1","status":false})", R"(["k-1",true])"}) {
         QVERIFY(cloud.clearRequests() && forceReply(sliderService, 200, reply));
         QVERIFY2(!controller->requestVerifyCode(info), reply);
         QList<QJsonObject> requests;
         QCOMPARE(gatewayPaths(cloud, &requests), QStringList{gatewayPath(sliderService)});
         const QJsonObject body = bodyOf(requests.front());
-        QCOMPARE(body.value("key").toString() + ' ' + body.value("phone").toString(), QStringLiteral("k-1 ") + alicePhone);
+        QCOMPARE(body.value("key").toString() + ' ' + body.value("phone").toString(),
+                 QStringLiteral("k-1 ") + alicePhone);
         QCOMPARE(body.value("flag").toInt(-1), 0);
     }
 }
@@ -356,7 +362,8 @@ void TestLogin::errorBodies_data()
     QTest::addColumn<QString>("logText");
 
     auto row = [](const char *name, Mode mode, int status, const QByteArray &inside, int result, const char *log) {
-        const QByteArray body = inside.startsWith('"') ? "{\"http_code\":400,\"error\":{" + inside + "},\"status\":\"fail\"}" : inside;
+        const QByteArray body =
+            inside.startsWith('"') ? "{\"http_code\":400,\"error\":{" + inside + "},\"status\":\"fail\"}" : inside;
         QTest::newRow(name) << mode << status << body << result << QString::fromLatin1(log);
     };
     const char *password = "account or password is error";
@@ -365,7 +372,8 @@ void TestLogin::errorBodies_data()
     row("10009", Mode::Phone, 200, R"("code":"10009")", -2, password);
     row("10006", Mode::Phone, 200, R"("code":"10006")", -1, "verify code is error");
     row("10006 before 10009 in the text", Mode::Phone, 200, R"("code":"10006","cause":"10009")", -2, password);
-    row("MOBILE_PHONE with 100058", Mode::Phone, 200, R"("code":"100058","field":"MOBILE_PHONE")", -3, "phone number is not found");
+    row("MOBILE_PHONE with 100058", Mode::Phone, 200, R"("code":"100058","field":"MOBILE_PHONE")", -3,
+        "phone number is not found");
     row("EMAIL with 100058", Mode::Email, 200, R"("code":"100058","field":"EMAIL")", -4, "email is not found");
     row("100058 without a field", Mode::Phone, 200, R"("code":"100058")", -6, unknown);
     row("100095", Mode::Password, 200, R"("code":"100095")", -5, locked);
@@ -433,8 +441,10 @@ void TestLogin::successfulLogin()
     QCOMPARE(changed.count(), 1);
     QCOMPARE(changed.at(0), (QVariantList{chosen.host(), QStringLiteral("eu-1")}));
     QStringList events;
-    connect(controller.get(), &LoginController::tokenChanged, this, [&](std::string t) { events << QString::fromStdString(t); });
-    connect(controller.get(), &LoginController::sigLoginSucceeded, this, [&] { events << QStringLiteral("succeeded"); });
+    connect(controller.get(), &LoginController::tokenChanged, this,
+            [&](std::string t) { events << QString::fromStdString(t); });
+    connect(controller.get(), &LoginController::sigLoginSucceeded, this,
+            [&] { events << QStringLiteral("succeeded"); });
 
     LoginInfo info = loginFor(mode);
     info.rememberUserName = remember;
@@ -447,8 +457,8 @@ void TestLogin::successfulLogin()
     QCOMPARE(gatewayPaths(chosen).size(), 1);
 
     const TokenInfoJson s = ConfigStore::instance().tokenInfo();
-    QCOMPARE(QString::fromStdString(s.auth + '|' + s.username + '|' + s.countryCode + '|' + s.phone + ' ' + s.email + '|'
-                                    + std::to_string(s.id) + '|' + s.currentNodeIdentity + '|' + s.currentNode),
+    QCOMPARE(QString::fromStdString(s.auth + '|' + s.username + '|' + s.countryCode + '|' + s.phone + ' ' + s.email
+                                    + '|' + std::to_string(s.id) + '|' + s.currentNodeIdentity + '|' + s.currentNode),
              token + "|alice|86|" + contact + "|1001|eu-1|" + chosen.host());
     // The session holds the account's token: nobody else may read it.
     QCOMPARE(QFile::permissions(QString::fromStdString(ConfigStore::instance().tokenInfoPath()))
@@ -507,12 +517,17 @@ void TestLogin::secondFactorThroughTheDialog()
     // The code check, then the second-factor login record with the encrypted device signature.
     QList<QJsonObject> requests;
     QCOMPARE(gatewayPaths(cloud, &requests), (QStringList{gatewayPath(phoneCodeService), gatewayPath(creditService)}));
-    QCOMPARE(keysInOrder(requests.at(1)),
-             (QStringList{"identityVerifyCode", "identify", "countryCode", "creditSignature", "type", "authCiphertext"}));
+    QCOMPARE(
+        keysInOrder(requests.at(1)),
+        (QStringList{"identityVerifyCode", "identify", "countryCode", "creditSignature", "type", "authCiphertext"}));
     QJsonObject credit = bodyOf(requests.at(1));
     QCOMPARE(credit.take("authCiphertext").toString().size(), 344); // one RSA-2048 block, Base64
-    QCOMPARE(credit, (QJsonObject{{"identityVerifyCode", codeSentTo(bobPhone)}, {"identify", "bob"},
-                                  {"countryCode", "86"}, {"creditSignature", ""}, {"type", "1"}}));
+    QCOMPARE(credit,
+             (QJsonObject{{"identityVerifyCode", codeSentTo(bobPhone)},
+                          {"identify", "bob"},
+                          {"countryCode", "86"},
+                          {"creditSignature", ""},
+                          {"type", "1"}}));
     QCOMPARE(headerOf(requests.at(1), "Token").toStdString(), controller->token());
     // The cloud decrypted the device signature and trusts the device now.
     const QJsonArray devices = cloud.control("GET", QStringLiteral("/control/devices")).array();
@@ -536,16 +551,21 @@ void TestLogin::nodeDirectory_data()
                                               "United States|美国|%1|us-1" + flags + "usa.png",
                                               "Australia|澳大利亚|%1|au-1" + flags + "australia.png",
                                               "India|印度|%1|in-1" + flags + "india.png"};
-    const QByteArray china = R"({"label":{"en":"China","zh-cn":"中国"},"node":"h1:443","key":"cn-1","icon":"https://x/a/china.png"})";
-    QTest::newRow("unknown flag kept as published")
-        << QByteArray(R"({"cirro":[)" + china + R"(,{"label":{"en":"Mars","zh-cn":"火星"},"node":"h2:443","key":"ma-1","icon":"https://x/a/mars.png"}]})")
-        << QStringList{"China|中国|h1:443|cn-1" + flags + "china.png", "Mars|火星|h2:443|ma-1|https://x/a/mars.png"};
-    QTest::newRow("only the file name picks the flag")
-        << QByteArray(R"({"cirro":[{"label":{"en":"Here","zh-cn":"这里"},"node":"h3","key":"k","icon":"https://x/us.png/usa.png"}]})")
-        << QStringList{"Here|这里|h3|k|https://x/us.png/usa.png"};
-    QTest::newRow("cut in the second entry") << QByteArray(R"({"cirro":[)" + china + R"(,{"label":{"en":"Eur)") << QStringList();
-    QTest::newRow("label not an object")
-        << QByteArray(R"({"cirro":[)" + china + R"(,{"label":"Europe","node":"h2","key":"eu-1","icon":""}]})") << QStringList();
+    const QByteArray china =
+        R"({"label":{"en":"China","zh-cn":"中国"},"node":"h1:443","key":"cn-1","icon":"https://x/a/china.png"})";
+    QTest::newRow("unknown flag kept as published") << QByteArray(
+        R"({"cirro":[)" + china
+        + R"(,{"label":{"en":"Mars","zh-cn":"火星"},"node":"h2:443","key":"ma-1","icon":"https://x/a/mars.png"}]})")
+                                                    << QStringList{"China|中国|h1:443|cn-1" + flags + "china.png",
+                                                                   "Mars|火星|h2:443|ma-1|https://x/a/mars.png"};
+    QTest::newRow("only the file name picks the flag") << QByteArray(
+        R"({"cirro":[{"label":{"en":"Here","zh-cn":"这里"},"node":"h3","key":"k","icon":"https://x/us.png/usa.png"}]})")
+                                                       << QStringList{"Here|这里|h3|k|https://x/us.png/usa.png"};
+    QTest::newRow("cut in the second entry")
+        << QByteArray(R"({"cirro":[)" + china + R"(,{"label":{"en":"Eur)") << QStringList();
+    QTest::newRow("label not an object") << QByteArray(R"({"cirro":[)" + china
+                                                       + R"(,{"label":"Europe","node":"h2","key":"eu-1","icon":""}]})")
+                                         << QStringList();
     QTest::newRow("not JSON") << QByteArray("<html>moved</html>") << QStringList();
 }
 
@@ -554,15 +574,18 @@ void TestLogin::nodeDirectory()
     QFETCH(QByteArray, body);
     QFETCH(QStringList, entries);
     if (!body.isEmpty())
-        QVERIFY(cloud.addFault({{"kind", "status"}, {"path", "/nodes.json"}, {"status", 200}, {"body", QString::fromUtf8(body)}}));
+        QVERIFY(cloud.addFault(
+            {{"kind", "status"}, {"path", "/nodes.json"}, {"status", 200}, {"body", QString::fromUtf8(body)}}));
 
     const auto nodes = nodedirectory::download(http, cloud.url(QStringLiteral("/nodes.json")).toStdString());
-    const QString flags = QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/");
+    const QString flags =
+        QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/");
     QStringList got;
     for (const NodeEntry &entry : nodes)
         got << QStringList{QString::fromStdString(entry.label.en), QString::fromStdString(entry.label.zh_cn),
                            QString::fromStdString(entry.node), QString::fromStdString(entry.key),
-                           QString::fromStdString(entry.icon)}.join('|');
+                           QString::fromStdString(entry.icon)}
+                   .join('|');
     for (QString &entry : entries)
         entry.replace(QLatin1String("%1"), cloud.host()).replace(QLatin1String("%2"), flags);
     QCOMPARE(got, entries);
@@ -576,11 +599,15 @@ void TestLogin::errorBodyFieldNeedsItsCode_data()
     QTest::addColumn<int>("result");
 
     // The field names which address was not found, but only together with the code that says so.
-    QTest::newRow("MOBILE_PHONE with another code") << Mode::Phone << QByteArray(R"("code":"100059","field":"MOBILE_PHONE")") << -6;
-    QTest::newRow("MOBILE_PHONE, code unquoted") << Mode::Phone << QByteArray(R"("code":100058,"field":"MOBILE_PHONE")") << -6;
+    QTest::newRow("MOBILE_PHONE with another code")
+        << Mode::Phone << QByteArray(R"("code":"100059","field":"MOBILE_PHONE")") << -6;
+    QTest::newRow("MOBILE_PHONE, code unquoted")
+        << Mode::Phone << QByteArray(R"("code":100058,"field":"MOBILE_PHONE")") << -6;
     QTest::newRow("MOBILE_PHONE alone, e-mail login") << Mode::Email << QByteArray(R"("field":"MOBILE_PHONE")") << -6;
-    QTest::newRow("MOBILE_PHONE with 10006") << Mode::Phone << QByteArray(R"("code":"10006","field":"MOBILE_PHONE")") << -1;
-    QTest::newRow("MOBILE_PHONE with 100095") << Mode::Password << QByteArray(R"("code":"100095","field":"MOBILE_PHONE")") << -5;
+    QTest::newRow("MOBILE_PHONE with 10006")
+        << Mode::Phone << QByteArray(R"("code":"10006","field":"MOBILE_PHONE")") << -1;
+    QTest::newRow("MOBILE_PHONE with 100095")
+        << Mode::Password << QByteArray(R"("code":"100095","field":"MOBILE_PHONE")") << -5;
     QTest::newRow("EMAIL with another code") << Mode::Email << QByteArray(R"("code":"100059","field":"EMAIL")") << -6;
 }
 
@@ -719,11 +746,13 @@ void TestLogin::sliderAskedAgainAfterUse()
                                               VerifyCodeSlider::TrustDevice};
     std::vector<std::unique_ptr<QSignalSpy>> loaded, started;
     for (VerifyCodeSlider::Place place : places)
-        loaded.push_back(std::make_unique<QSignalSpy>(controller->slider()->view(place), &QWebEngineView::loadFinished));
+        loaded.push_back(
+            std::make_unique<QSignalSpy>(controller->slider()->view(place), &QWebEngineView::loadFinished));
     for (const auto &spy : loaded)
         QTRY_VERIFY(spy->count() > 0);
     for (VerifyCodeSlider::Place place : places)
-        started.push_back(std::make_unique<QSignalSpy>(controller->slider()->view(place), &QWebEngineView::loadStarted));
+        started.push_back(
+            std::make_unique<QSignalSpy>(controller->slider()->view(place), &QWebEngineView::loadStarted));
 
     // The cloud took the slider result in each case but the last.
     if (action == QLatin1String("password")) {

@@ -10,7 +10,6 @@
 
 #include "support/testrsa.h"
 
-
 #include <QtTest>
 
 #include <QApplication>
@@ -48,7 +47,11 @@ void type(const QObject *dialog, const char *field, const QString &text)
 template<typename Info>
 auto recorder(int &calls, Info &last, const int &answer)
 {
-    return [&calls, &last, &answer](const Info &info) { ++calls; last = info; return answer; };
+    return [&calls, &last, &answer](const Info &info) {
+        ++calls;
+        last = info;
+        return answer;
+    };
 }
 
 // Ticks of the get-code countdown, without waiting a second for each: the timer is stopped
@@ -202,7 +205,8 @@ void TestLoginDialogs::checkOnlyTipShown(const char *label, const QString &text)
     }
 }
 
-void TestLoginDialogs::passSlider(VerifyCodeSlider::Place place, const char *sessionId, const char *sig, const char *token)
+void TestLoginDialogs::passSlider(VerifyCodeSlider::Place place, const char *sessionId, const char *sig,
+                                  const char *token)
 {
     QTRY_VERIFY_WITH_TIMEOUT(loaded.at(place)->count() > 0, 30000);
     slider->message(place)->slotJSMsg(QString::fromUtf8(sessionId), QString::fromUtf8(sig), QString::fromUtf8(token));
@@ -215,15 +219,27 @@ void TestLoginDialogs::validatorsAndLimits_data()
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("phone: 16th digit and letters refused") << 1 << "lineEdit_phoneNum" << "1a2-3 4567890123456" << "123456789012345";
-    QTest::newRow("code: 7th digit and letters refused") << 1 << "lineEdit_code" << "12x34567" << "123456";
-    QTest::newRow("password: cut at 25") << 0 << "lineEdit_password" << "abcdefghijklmnopqrstuvwxyz" << "abcdefghijklmnopqrstuvwxy";
-    QTest::newRow("password: range ! to @ and the extra signs") << 0 << "lineEdit_password" << "Aa1!\"$'()/:;<=>@#%&,+?.*"
+    QTest::newRow("phone: 16th digit and letters refused") << 1 << "lineEdit_phoneNum"
+                                                           << "1a2-3 4567890123456"
+                                                           << "123456789012345";
+    QTest::newRow("code: 7th digit and letters refused") << 1 << "lineEdit_code"
+                                                         << "12x34567"
+                                                         << "123456";
+    QTest::newRow("password: cut at 25") << 0 << "lineEdit_password"
+                                         << "abcdefghijklmnopqrstuvwxyz"
+                                         << "abcdefghijklmnopqrstuvwxy";
+    QTest::newRow("password: range ! to @ and the extra signs") << 0 << "lineEdit_password"
+                                                                << "Aa1!\"$'()/:;<=>@#%&,+?.*"
                                                                 << "Aa1!\"$'()/:;<=>@#%&,+?.*";
-    QTest::newRow("password: outside the classes") << 0 << "lineEdit_password" << "a b^c~d[e]f_g{h}" << "abcdefgh";
-    QTest::newRow("user name: others refused, cut at 64") << 0 << "lineEdit_userName" << "User_01@host.x?*ann-lee+1 #" + QString(60, 'u')
-                                                          << "User_01@host.x?*annlee1" + QString(41, 'u');
-    QTest::newRow("e-mail field: user-name characters") << 2 << "lineEdit_emailNum" << "ann-lee+1@mail.com" << "annlee1@mail.com";
+    QTest::newRow("password: outside the classes") << 0 << "lineEdit_password"
+                                                   << "a b^c~d[e]f_g{h}"
+                                                   << "abcdefgh";
+    QTest::newRow("user name: others refused, cut at 64")
+        << 0 << "lineEdit_userName"
+        << "User_01@host.x?*ann-lee+1 #" + QString(60, 'u') << "User_01@host.x?*annlee1" + QString(41, 'u');
+    QTest::newRow("e-mail field: user-name characters") << 2 << "lineEdit_emailNum"
+                                                        << "ann-lee+1@mail.com"
+                                                        << "annlee1@mail.com";
 }
 
 void TestLoginDialogs::validatorsAndLimits()
@@ -279,19 +295,29 @@ void TestLoginDialogs::tipMessages_data()
     const QStringList account{"lineEdit_userName=tester", "lineEdit_password=secret"};
     const QStringList phone{"lineEdit_phoneNum=13800138000", "lineEdit_code=123456"};
     const QStringList none;
-    QTest::newRow("no account") << "cn" << 0 << QStringList{account.at(1)} << true << 0 << "label_accountTip" << "请输入账号";
+    QTest::newRow("no account") << "cn" << 0 << QStringList{account.at(1)} << true << 0 << "label_accountTip"
+                                << "请输入账号";
     QTest::newRow("account agreement") << "cn" << 0 << account << false << 0 << "label_serviceAgreement_Tip_account"
                                        << "请先勾选服务协议和隐私政策";
-    QTest::newRow("no slider") << "cn" << 0 << account << true << 0 << "label_actOrPwdErrorTip" << "请先拖动滑块完成验证";
-    QTest::newRow("no phone") << "cn" << 1 << QStringList{phone.at(1)} << true << 0 << "label_phoneRightTip" << "请输入正确的手机号";
-    QTest::newRow("no code") << "cn" << 1 << QStringList{phone.at(0)} << true << 0 << "label_codeRightTip" << "请输入验证码";
+    QTest::newRow("no slider") << "cn" << 0 << account << true << 0 << "label_actOrPwdErrorTip"
+                               << "请先拖动滑块完成验证";
+    QTest::newRow("no phone") << "cn" << 1 << QStringList{phone.at(1)} << true << 0 << "label_phoneRightTip"
+                              << "请输入正确的手机号";
+    QTest::newRow("no code") << "cn" << 1 << QStringList{phone.at(0)} << true << 0 << "label_codeRightTip"
+                             << "请输入验证码";
     // A result replaces the tip on show.
-    QTest::newRow("-2 en account") << "en" << 0 << none << false << -2 << "label_actOrPwdErrorTip" << "Incorrect user name or password";
-    QTest::newRow("-3 en code") << "en" << 1 << none << false << -3 << "label_codeRightTip" << "This phone number is not registered";
-    QTest::newRow("-4 cn code") << "cn" << 1 << none << false << -4 << "label_codeRightTip" << "该邮箱未注册";
-    QTest::newRow("-5 tw account") << "tw" << 0 << none << false << -5 << "label_actOrPwdErrorTip" << "此登入方式已被鎖定，請稍後再試";
-    QTest::newRow("-1 ko code") << "ko_KR" << 1 << none << false << -1 << "label_codeRightTip" << "인증 코드가 올바르지 않습니다";
-    QTest::newRow("-6 cn untranslated") << "cn" << 0 << none << false << -6 << "label_actOrPwdErrorTip" << "unknow error";
+    QTest::newRow("-2 en account") << "en" << 0 << none << false << -2 << "label_actOrPwdErrorTip"
+                                   << "Incorrect user name or password";
+    QTest::newRow("-3 en code") << "en" << 1 << none << false << -3 << "label_codeRightTip"
+                                << "This phone number is not registered";
+    QTest::newRow("-4 cn code") << "cn" << 1 << none << false << -4 << "label_codeRightTip"
+                                << "该邮箱未注册";
+    QTest::newRow("-5 tw account") << "tw" << 0 << none << false << -5 << "label_actOrPwdErrorTip"
+                                   << "此登入方式已被鎖定，請稍後再試";
+    QTest::newRow("-1 ko code") << "ko_KR" << 1 << none << false << -1 << "label_codeRightTip"
+                                << "인증 코드가 올바르지 않습니다";
+    QTest::newRow("-6 cn untranslated") << "cn" << 0 << none << false << -6 << "label_actOrPwdErrorTip"
+                                        << "unknow error";
 }
 
 void TestLoginDialogs::tipMessages()
@@ -348,9 +374,13 @@ void TestLoginDialogs::firstStartAsksForANode_data()
     QTest::addColumn<QString>("button");
     QTest::addColumn<QString>("label");
     QTest::addColumn<QString>("text");
-    QTest::newRow("cn account login") << "cn" << 0 << "pushButton_login" << "label_actOrPwdErrorTip" << QStringLiteral("请先选择服务器");
-    QTest::newRow("en code login") << "en" << 1 << "pushButton_login" << "label_codeRightTip" << "Please choose a server first";
-    QTest::newRow("ru get code") << "ru_RU" << 1 << "pushButton_getCode" << "label_codeRightTip" << QStringLiteral("Сначала выберите сервер");
+    QTest::newRow("cn account login") << "cn" << 0 << "pushButton_login"
+                                      << "label_actOrPwdErrorTip" << QStringLiteral("请先选择服务器");
+    QTest::newRow("en code login") << "en" << 1 << "pushButton_login"
+                                   << "label_codeRightTip"
+                                   << "Please choose a server first";
+    QTest::newRow("ru get code") << "ru_RU" << 1 << "pushButton_getCode"
+                                 << "label_codeRightTip" << QStringLiteral("Сначала выберите сервер");
 }
 
 // Nothing saved yet: the dialog opens on the server list with no entry chosen, and nothing
@@ -419,7 +449,8 @@ void TestLoginDialogs::accountLoginNeedsTheSlider()
     passSlider(VerifyCodeSlider::AccountLogin, "session-1", "sig-1", "token-1");
     click(dialog, "pushButton_login");
     QCOMPARE(loginCalls, 1);
-    QCOMPARE(QString::fromStdString(lastLogin.identify + ' ' + lastLogin.sessionId + ' ' + lastLogin.sig + ' ' + lastLogin.token),
+    QCOMPARE(QString::fromStdString(lastLogin.identify + ' ' + lastLogin.sessionId + ' ' + lastLogin.sig + ' '
+                                    + lastLogin.token),
              QStringLiteral("tester@example.com session-1 sig-1 token-1"));
     QVERIFY(lastLogin.rememberUserName);
     QVERIFY(lastLogin.mobilePhone.empty() && lastLogin.email.empty() && lastLogin.identityVerifyCode.empty());
@@ -447,8 +478,8 @@ void TestLoginDialogs::codeLogin()
     QTest::mouseClick(button, Qt::LeftButton);
     checkOnlyTipShown("label_codeRightTip", QStringLiteral("获取验证码失败"));
     QCOMPARE(button->text(), QStringLiteral("获取验证码"));
-    QCOMPARE(QString::fromStdString(lastCode.phone + ' ' + lastCode.parameter + ' ' + lastCode.type + ' ' + lastCode.sessionId
-                                    + ' ' + lastCode.sig + ' ' + lastCode.token),
+    QCOMPARE(QString::fromStdString(lastCode.phone + ' ' + lastCode.parameter + ' ' + lastCode.type + ' '
+                                    + lastCode.sessionId + ' ' + lastCode.sig + ' ' + lastCode.token),
              QStringLiteral("7700900123 +44 MOBILE_PHONE code-session code-sig code-token"));
     const std::string firstKey = lastCode.key;
     codeAnswer = 1;
@@ -464,16 +495,19 @@ void TestLoginDialogs::codeLogin()
     loginAnswer = -3;
     click(dialog, "pushButton_login");
     QCOMPARE(loginCalls, 1);
-    QCOMPARE(QString::fromStdString(lastLogin.mobilePhone + ' ' + lastLogin.countryCode + ' ' + lastLogin.identityVerifyCode),
+    QCOMPARE(QString::fromStdString(lastLogin.mobilePhone + ' ' + lastLogin.countryCode + ' '
+                                    + lastLogin.identityVerifyCode),
              QStringLiteral("7700900123 +44 135790"));
-    QVERIFY(lastLogin.email.empty() && lastLogin.identify.empty() && lastLogin.password.empty() && lastLogin.sessionId.empty());
+    QVERIFY(lastLogin.email.empty() && lastLogin.identify.empty() && lastLogin.password.empty()
+            && lastLogin.sessionId.empty());
     checkOnlyTipShown("label_codeRightTip", QStringLiteral("该手机号未注册"));
 
     loginAnswer = 0;
     QTest::keyClick(child<QComboBox>(dialog, "comboBox_codeType"), Qt::Key_Down);
     type(dialog, "lineEdit_emailNum", QStringLiteral("ann@example.com"));
     click(dialog, "pushButton_login");
-    QCOMPARE(QString::fromStdString(lastLogin.email + ' ' + lastLogin.identityVerifyCode), QStringLiteral("ann@example.com 135790"));
+    QCOMPARE(QString::fromStdString(lastLogin.email + ' ' + lastLogin.identityVerifyCode),
+             QStringLiteral("ann@example.com 135790"));
     QVERIFY(lastLogin.mobilePhone.empty() && lastLogin.countryCode.empty());
 }
 
@@ -482,20 +516,24 @@ void TestLoginDialogs::links()
     // The site of the links without the scheme they already carry.
     const QUrl site(QStringLiteral(RXCM_WEB_HOST));
     const QString host = site.authority() + site.path().chopped(site.path().endsWith(QLatin1Char('/')) ? 1 : 0);
-    const QString style = QStringLiteral("<style> a{text-decoration: none } </style> <a style = 'color: #3D7DD4; ' href = \"https://");
-    const QString prefix = QStringLiteral("<style>a{text-decoration: none}</style><a style='color: #3D7DD4;' href=\"https://");
+    const QString style =
+        QStringLiteral("<style> a{text-decoration: none } </style> <a style = 'color: #3D7DD4; ' href = \"https://");
+    const QString prefix =
+        QStringLiteral("<style>a{text-decoration: none}</style><a style='color: #3D7DD4;' href=\"https://");
     LoginDlalog *dialog = showLogin();
     QCOMPARE(child<QLabel>(dialog, "label_forgotPassword")->text(),
              style + host + QStringLiteral("/#/reset-password?source=cirro-web\">忘记密码</a>"));
     QCOMPARE(child<QLabel>(dialog, "label_agree_verfiyCode")->text(),
-             QStringLiteral("同意 ") + prefix + host + QStringLiteral("/#/statement?type=AGREE-CFG-10002&source=cirro-web\">服务协议</a> 和 ")
-                 + prefix + host + QStringLiteral("/#/statement?type=AGREE-CFG-10001&source=cirro-web\">隐私政策</a>"));
+             QStringLiteral("同意 ") + prefix + host
+                 + QStringLiteral("/#/statement?type=AGREE-CFG-10002&source=cirro-web\">服务协议</a> 和 ") + prefix
+                 + host + QStringLiteral("/#/statement?type=AGREE-CFG-10001&source=cirro-web\">隐私政策</a>"));
     for (const char *name : {"label_forgotPassword", "label_register", "label_agree_account", "label_agree_verfiyCode"})
         QVERIFY2(child<QLabel>(dialog, name)->openExternalLinks(), name);
 
     // The country codes from the file, a number read as text.
     auto *codes = child<QComboBox>(dialog, "comboBox_typeNum");
-    QCOMPARE(QStringList({codes->itemText(0), codes->itemText(1), codes->itemText(2)}), QStringList({"+86", "+44", "1"}));
+    QCOMPARE(QStringList({codes->itemText(0), codes->itemText(1), codes->itemText(2)}),
+             QStringList({"+86", "+44", "1"}));
 }
 
 // A host's first start: nothing in its configuration folder, and a phone login still offers codes.
@@ -522,7 +560,8 @@ void TestLoginDialogs::verifyShowsContact()
 {
     LoginVerify *dialog = showVerify();
     auto *shown = child<QLabel>(dialog, "label_phoneNum");
-    const std::pair<const char *, const char *> masks[] = {{"15612341762", "手机号：156****1762"}, {"1234567", "手机号：1****67"}, {"1234", "手机号：****"}};
+    const std::pair<const char *, const char *> masks[] = {
+        {"15612341762", "手机号：156****1762"}, {"1234567", "手机号：1****67"}, {"1234", "手机号：****"}};
     for (const auto &[phone, masked] : masks) {
         dialog->setPhone(QString::fromUtf8(phone));
         QCOMPARE(shown->text(), QString::fromUtf8(masked));
@@ -568,8 +607,8 @@ void TestLoginDialogs::verifyCountdownResetAndConfirm()
     type(dialog, "lineEdit_code", QStringLiteral("86a42139"));
     click(dialog, "pushButton_confirm");
     QCOMPARE(secondCalls, 1);
-    QCOMPARE(QString::fromStdString(lastSecond.identityVerifyCode + ' ' + lastSecond.sessionId + ' ' + lastSecond.sig + ' '
-                                    + lastSecond.token),
+    QCOMPARE(QString::fromStdString(lastSecond.identityVerifyCode + ' ' + lastSecond.sessionId + ' ' + lastSecond.sig
+                                    + ' ' + lastSecond.token),
              QStringLiteral("864213 ts tg tt"));
     QCOMPARE(error->text(), QStringLiteral("验证码错误"));
     QVERIFY(error->isVisible() && dialog->isVisible());
@@ -596,7 +635,8 @@ void TestLoginDialogs::verifyCodeRequestRefused()
     codeAnswer = 0;
     click(dialog, "pushButton_getCode");
     QCOMPARE(codeCalls, 1);
-    QCOMPARE(QString::fromStdString(lastCode.sessionId + ' ' + lastCode.sig + ' ' + lastCode.token), QStringLiteral("ts tg tt"));
+    QCOMPARE(QString::fromStdString(lastCode.sessionId + ' ' + lastCode.sig + ' ' + lastCode.token),
+             QStringLiteral("ts tg tt"));
     QVERIFY(error->isVisible());
     QCOMPARE(error->text(), QStringLiteral("获取验证码失败"));
     QVERIFY(!dialog->isCountingDown() && !child<QTimer>(dialog, "countdownTimer")->isActive());

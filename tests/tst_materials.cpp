@@ -31,7 +31,8 @@ const char *const token = "tok-1";
 
 QJsonObject medium(const QString &mid, const QString &name, const QString &approval = QStringLiteral("2"))
 {
-    return QJsonObject{{"mid", mid}, {"mediaName", name}, {"approvalStatus", approval}, {"file", QJsonObject{{"size", 4000}}}};
+    return QJsonObject{
+        {"mid", mid}, {"mediaName", name}, {"approvalStatus", approval}, {"file", QJsonObject{{"size", 4000}}}};
 }
 
 QByteArray scenario(const QJsonArray &media, const QJsonValue &status = QStringLiteral("success"))
@@ -200,7 +201,8 @@ void TestMaterials::catalogue()
     // Refused or broken answers give an empty catalogue.
     const MediaListResult wrongToken = requestMediaList(*http, "tok-unknown", cloud.host().toStdString(), false);
     QVERIFY(wrongToken.count == 0 && wrongToken.media.empty());
-    QVERIFY(cloud.addFault({{"kind", "status"}, {"prefix", "/gateway"}, {"status", 502}, {"body", "<html>bad gateway</html>"}}));
+    QVERIFY(cloud.addFault(
+        {{"kind", "status"}, {"prefix", "/gateway"}, {"status", 502}, {"body", "<html>bad gateway</html>"}}));
     const MediaListResult broken = requestMediaList(*http, token, cloud.host().toStdString(), false);
     QVERIFY(broken.count == 0 && broken.media.empty());
 }
@@ -209,10 +211,12 @@ void TestMaterials::unreadableCatalogue_data()
 {
     QTest::addColumn<QByteArray>("body");
     // Each body holds one whole record before the fault, and the fault inside the second.
-    const QByteArray whole = R"({"mid":"m1","approvalStatus":"2","mediaName":"a.jpg","media_entity":{"width":"9","height":"9"}})";
+    const QByteArray whole =
+        R"({"mid":"m1","approvalStatus":"2","mediaName":"a.jpg","media_entity":{"width":"9","height":"9"}})";
     const QByteArray head = R"({"http_code":200,"data":{"count":2,"mediaList":[)" + whole + ",";
     QTest::newRow("cut inside a record") << head + R"({"mid":"m2","mediaName":"b.j)";
-    QTest::newRow("entity not an object") << head + R"({"mid":"m2","mediaName":"b.jpg","media_entity":[1]}]},"status":"success"})";
+    QTest::newRow("entity not an object")
+        << head + R"({"mid":"m2","mediaName":"b.jpg","media_entity":[1]}]},"status":"success"})";
     QTest::newRow("count after the list not a number")
         << R"({"http_code":200,"data":{"mediaList":[)" + whole + R"(],"count":[2]},"status":"success"})";
     QTest::newRow("garbage after a record") << head + R"(x]},"status":"success"})";
@@ -258,8 +262,12 @@ void TestMaterials::refreshSignalsOneChangeAtATime()
     // One signal per material, newest first, the one without a height never.
     QCOMPARE(ids(added), (std::vector<std::string>{"d", "c", "b", "a"}));
     const auto d = added.at(0).at(0).value<std::vector<CloudMaterialModel>>().front();
-    QCOMPARE(QStringLiteral("%1 %2 %3 %4 %5").arg(QString::fromStdString(d.mediaName)).arg(d.approvalStatus)
-                 .arg(d.downloadStatus).arg(d.size).arg(QString::fromStdString(d.resolution)),
+    QCOMPARE(QStringLiteral("%1 %2 %3 %4 %5")
+                 .arg(QString::fromStdString(d.mediaName))
+                 .arg(d.approvalStatus)
+                 .arg(d.downloadStatus)
+                 .arg(d.size)
+                 .arg(QString::fromStdString(d.resolution)),
              QStringLiteral("d.jpg 5 %1 4000 1920x1080").arg(int(NotAllowed)));
     QCOMPARE(log.linesStartingWith("cloud media height: 0").size(), std::size_t(1));
     QCOMPARE(log.linesStartingWith("cloud media width: 1920").size(), std::size_t(1));
@@ -282,7 +290,8 @@ void TestMaterials::refreshSignalsOneChangeAtATime()
 
     // The cloud changes between refreshes.
     QVERIFY(cloud.setMedia(QJsonDocument(QJsonObject{{"token", token}, {"remove", QJsonArray{"b", "c"}}}).toJson()));
-    QVERIFY(cloud.setMedia(QJsonDocument(QJsonObject{{"token", token}, {"add", QJsonArray{medium("e", "e.jpg")}}}).toJson()));
+    QVERIFY(cloud.setMedia(
+        QJsonDocument(QJsonObject{{"token", token}, {"add", QJsonArray{medium("e", "e.jpg")}}}).toJson()));
     refresh(controller);
     QCOMPARE(ids(added), std::vector<std::string>{"e"});
     QCOMPARE(ids(deleted, true), (std::vector<std::string>{"b", "c"}));
@@ -339,8 +348,11 @@ void TestMaterials::download_data()
     const QJsonObject none;
     QTest::newRow("success") << "movie one.mp4" << none << true;
     // Slow enough to still be running when an existence answer comes: it is ignored.
-    QTest::newRow("answer while running") << "slow.bin" << QJsonObject{{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 2000}} << true;
-    QTest::newRow("dropped connection") << "cut.bin" << QJsonObject{{"kind", "drop_after"}, {"prefix", "/files/"}, {"bytes", 1000}} << false;
+    QTest::newRow("answer while running")
+        << "slow.bin" << QJsonObject{{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 2000}} << true;
+    QTest::newRow("dropped connection") << "cut.bin"
+                                        << QJsonObject{{"kind", "drop_after"}, {"prefix", "/files/"}, {"bytes", 1000}}
+                                        << false;
     // Hostile names: refused before anything is asked or written.
     QTest::newRow("parent") << "../escaped.bin" << none << false;
     QTest::newRow("dot dot") << ".." << none << false;
@@ -395,7 +407,8 @@ void TestMaterials::download()
     QCOMPARE(QDir(outer).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList{QStringLiteral("materials")});
     QCOMPARE(log.linesStartingWith("refused to download m1").size(), std::size_t(hostile));
     if (hostile || ok) // no ".temp" left on success either
-        QCOMPARE(QDir(inner).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), ok ? QStringList{name} : QStringList());
+        QCOMPARE(QDir(inner).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
+                 ok ? QStringList{name} : QStringList());
     else // a failed download leaves no final file
         QVERIFY(!QFile::exists(inner + QLatin1Char('/') + name));
     if (hostile) {

@@ -10,8 +10,8 @@
 #include "cloudmaterial/workerpool.h"
 
 #include "localcloud/cloudsim.h"
-#include "support/logcapture.h"
 #include "localcloud/mosquitto.h"
+#include "support/logcapture.h"
 
 #include <QtTest>
 
@@ -108,7 +108,8 @@ QJsonArray TestMessaging::exchanges()
 // A saved session of the node @p identity, then (when @p start) the messaging start that follows a login.
 void TestMessaging::resume(const QString &identity, bool start)
 {
-    ConfigStore::instance().setTokenInfo({"tok-1", "ann", "", "", "", 1001, identity.toStdString(), cloud.host().toStdString()});
+    ConfigStore::instance().setTokenInfo(
+        {"tok-1", "ann", "", "", "", 1001, identity.toStdString(), cloud.host().toStdString()});
     if (!start)
         return;
     MainControllerInternals::loginController(controller).restoreSession();
@@ -148,7 +149,8 @@ void TestMessaging::autoLoginBindsTheDevice()
     QCOMPARE(pieces.size(), 3);
     QCOMPARE(pieces[0], model);
     QCOMPARE(QByteArray::fromBase64(pieces[1].toLatin1()).size(), 32);
-    QVERIFY(pieces[2].toLongLong() >= before + 6000 && pieces[2].toLongLong() <= QDateTime::currentMSecsSinceEpoch() + 6000);
+    QVERIFY(pieces[2].toLongLong() >= before + 6000
+            && pieces[2].toLongLong() <= QDateTime::currentMSecsSinceEpoch() + 6000);
     QCOMPARE(log.linesStartingWith("MQTT: {\"password\":\"rxcm-device-pass\"").size(), std::size_t(1));
     QCOMPARE(log.linesStartingWith("mqtt client id: {").size(), std::size_t(1));
     // A resumed session asks for no login at all.
@@ -161,8 +163,10 @@ void TestMessaging::autoLoginBindsTheDevice()
 
     // The cloud's unbinding logs the user out.
     QSignalSpy logouts(&wrapper, &MainControllerWrapper::exitLoginSuccess);
-    QVERIFY(!cloud.control("POST", "/control/mqtt/send",
-                           QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}})).isNull());
+    QVERIFY(!cloud
+                 .control("POST", "/control/mqtt/send",
+                          QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
+                 .isNull());
     QTRY_COMPARE_WITH_TIMEOUT(logouts.count(), 1, 20000);
     QTRY_VERIFY(upstreamTopics().contains(topic("orbicloud/upstream/delete/", "/unbinding/cirro")));
     QVERIFY(wrapper.token().empty() && wrapper.userId() == "0");
@@ -183,14 +187,16 @@ void TestMessaging::failedStarts()
 
     // The main exchange endpoint fails, so the backup is asked; its account does not decrypt.
     QVERIFY(cloud.addFault(QJsonObject{{"kind", "status"}, {"path", "/mqtt/auth"}, {"status", 503}}));
-    QVERIFY(!cloud.control("POST", "/control/mqtt/auth", QJsonDocument(QJsonObject{{"wrongKey", true}, {"times", 1}})).isNull());
+    QVERIFY(!cloud.control("POST", "/control/mqtt/auth", QJsonDocument(QJsonObject{{"wrongKey", true}, {"times", 1}}))
+                 .isNull());
     resume("cn-1");
     QTRY_COMPARE_WITH_TIMEOUT(exchanges().size(), 1, 20000);
     QCOMPARE(exchanges()[0].toObject()["endpoint"].toString(), "backup");
     MainControllerInternals::workerPool(controller)->enqueue([] {}).wait();
     // A wrong key almost always breaks the padding, said as an error; on the rare pass the account is garbage.
     const auto failed = log.linesStartingWith("aesEcbDecrypt exception: ");
-    QVERIFY(failed.empty() ? log.linesStartingWith("MQTT: {\"password\"").empty() : failed.front().level == spdlog::level::err);
+    QVERIFY(failed.empty() ? log.linesStartingWith("MQTT: {\"password\"").empty()
+                           : failed.front().level == spdlog::level::err);
     QVERIFY(!upstreamTopics().contains(bindingRequest));
 }
 
@@ -199,7 +205,8 @@ void TestMessaging::clearStopsAStartUnderWay()
 {
     LogCapture log;
     // A DNS reply that takes about a second to arrive.
-    QVERIFY(cloud.addFault(QJsonObject{{"kind", "slow"}, {"prefix", "/mqtt/control"}, {"bytes_per_second", 1500}, {"times", 1}}));
+    QVERIFY(cloud.addFault(
+        QJsonObject{{"kind", "slow"}, {"prefix", "/mqtt/control"}, {"bytes_per_second", 1500}, {"times", 1}}));
     resume("cn-1");
     const auto dnsAsked = [this] {
         for (const auto &r : cloud.requests()) {
@@ -241,8 +248,10 @@ void TestMessaging::clearCancelsAScheduledLogout()
     QTRY_VERIFY_WITH_TIMEOUT(upstreamTopics().contains(basic), 30000);
     QSignalSpy logouts(&wrapper, &MainControllerWrapper::exitLoginSuccess);
     LogCapture log;
-    QVERIFY(!cloud.control("POST", "/control/mqtt/send",
-                           QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}})).isNull());
+    QVERIFY(!cloud
+                 .control("POST", "/control/mqtt/send",
+                          QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
+                 .isNull());
     // Handled, the confirmation sent: the logout is due half a second later.
     QTRY_VERIFY(!log.linesStartingWith("unbinding reply: ").empty());
     wrapper.clear();

@@ -3,9 +3,9 @@
 // client, the pause before a reconnect, reconnecting and the retry budget.
 
 #include "cloudmaterial/protocol/mqttclientwrapper.h"
+#include "localcloud/mosquitto.h"
 #include "support/logcapture.h"
 #include "support/modulelog.h"
-#include "localcloud/mosquitto.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -48,7 +48,8 @@ std::pair<int, int> socketsToPort(int port)
         int on = 0;
         socklen_t size = sizeof on;
         const int fd = std::atoi(entry->d_name);
-        if (fd <= 0 || getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &length) != 0 || ntohs(peer.sin_port) != port)
+        if (fd <= 0 || getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &length) != 0
+            || ntohs(peer.sin_port) != port)
             continue;
         ++found.first;
         found.second += getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, &size) == 0 && on;
@@ -74,7 +75,8 @@ public:
     explicit FrozenBroker(const Mosquitto &broker)
     {
         // The broker was started with the config file beside its log; that path is unique to it.
-        const QByteArray config = QFileInfo(broker.logFile()).dir().filePath(QStringLiteral("mosquitto.conf")).toLocal8Bit();
+        const QByteArray config =
+            QFileInfo(broker.logFile()).dir().filePath(QStringLiteral("mosquitto.conf")).toLocal8Bit();
         const auto entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
         for (const QString &entry : entries) {
             bool numeric = false;
@@ -165,9 +167,9 @@ void TestMqttClient::subscribesInTopicOrderAndReceives()
     QTRY_COMPARE(connectedCalls.load(), 1);
     const auto texts = log.messages();
     int at = 0;
-    for (const char *line : {"Connecting to the MQTT server...", "Connection success",
-                             "Subscribing to topic 'rx/alpha', using QoS 1", "Subscribing to topic 'rx/mid/#', using QoS 0",
-                             "Subscribing to topic 'rx/zeta', using QoS 2"}) {
+    for (const char *line :
+         {"Connecting to the MQTT server...", "Connection success", "Subscribing to topic 'rx/alpha', using QoS 1",
+          "Subscribing to topic 'rx/mid/#', using QoS 0", "Subscribing to topic 'rx/zeta', using QoS 2"}) {
         at = indexOf(texts, line, at);
         QVERIFY2(at >= 0, line);
     }

@@ -17,7 +17,6 @@
 
 #include "localcloud/cloudsim.h"
 
-
 #include <QtTest>
 
 #include <QDrag>
@@ -56,7 +55,8 @@ CloudMaterialModel material(const std::string &mid, const std::string &name, int
 
 QString imagePath(const QString &name)
 {
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/") + name;
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/")
+        + name;
 }
 
 QImage iconImage(const QIcon &icon)
@@ -91,7 +91,8 @@ void dragItem(QAbstractItemView *view, const QRect &itemRect)
     const QPoint start = itemRect.center();
     // The view takes the first move as the start of a drag and the next one beyond the distance as the drag.
     const QPoint points[] = {start, start + QPoint(1, 1), start + QPoint(QApplication::startDragDistance() + 20, 20)};
-    const QEvent::Type types[] = {QEvent::MouseButtonPress, QEvent::MouseMove, QEvent::MouseMove, QEvent::MouseButtonRelease};
+    const QEvent::Type types[] = {QEvent::MouseButtonPress, QEvent::MouseMove, QEvent::MouseMove,
+                                  QEvent::MouseButtonRelease};
     for (int i = 0; i < 4; ++i) {
         const QPoint at = points[std::min(i, 2)];
         QMouseEvent event(types[i], at, viewport->mapToGlobal(at), i == 0 || i == 3 ? Qt::LeftButton : Qt::NoButton,
@@ -102,7 +103,11 @@ void dragItem(QAbstractItemView *view, const QRect &itemRect)
 
 QJsonObject medium(const char *mid, const char *name, int type = 0)
 {
-    return QJsonObject{{"mid", mid}, {"mediaName", name}, {"mediaType", type}, {"approvalStatus", "2"}, {"file", QJsonObject{{"size", 4000}}}};
+    return QJsonObject{{"mid", mid},
+                       {"mediaName", name},
+                       {"mediaType", type},
+                       {"approvalStatus", "2"},
+                       {"file", QJsonObject{{"size", 4000}}}};
 }
 
 // A panel fed by a real controller that talks to the local cloud, with a material folder of its own.
@@ -245,9 +250,11 @@ void TestPanel::statusAndApproval_data()
     QTest::addColumn<int>("approval");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("colour");
-    QTest::newRow("not allowed, pending") << 0 << "download_status_not_allowed" << 1 << "Pending approval" << "#ea8234";
+    QTest::newRow("not allowed, pending") << 0 << "download_status_not_allowed" << 1 << "Pending approval"
+                                          << "#ea8234";
     QTest::newRow("allowed, approved") << 1 << "download_status_allowed" << 2 << QString() << "#ffffff";
-    QTest::newRow("downloading, rejected") << 2 << "download_status_downloading" << 3 << "Rejected" << "#e03838";
+    QTest::newRow("downloading, rejected") << 2 << "download_status_downloading" << 3 << "Rejected"
+                                           << "#e03838";
     QTest::newRow("successed, other") << 3 << "download_status_successed" << 5 << QString() << "#ffffff";
     QTest::newRow("failed") << 4 << "download_status_failed" << 2 << QString() << "#ffffff";
     QTest::newRow("unknown shows none") << 5 << QString() << 2 << QString() << "#ffffff";
@@ -261,7 +268,8 @@ void TestPanel::statusAndApproval()
     QFETCH(QString, text);
     QFETCH(QString, colour);
     // Shown on arrival (m1) and on a change (m2), coming from a value with an image and another approval.
-    panel->addMaterials({material("m1", "a.jpg", 0, 10, approval, status), material("m2", "b.jpg", 0, 10, approval == 3 ? 1 : 3, status == 0 ? Allowed : NotAllowed)});
+    panel->addMaterials({material("m1", "a.jpg", 0, 10, approval, status),
+                         material("m2", "b.jpg", 0, 10, approval == 3 ? 1 : 3, status == 0 ? Allowed : NotAllowed)});
     panel->onMaterialDownloadStatusChanged("m2", DownloadStatus(status));
     panel->onMaterialApprovalStatusChanged("m2", ApprovalStatus(approval));
     const QImage expected = image.isEmpty() ? QImage() : iconImage(QIcon(imagePath(image + QStringLiteral(".png"))));
@@ -273,7 +281,10 @@ void TestPanel::statusAndApproval()
         QCOMPARE(row->data(DetailTreeWidget::StatusColumn, DetailTreeWidget::StatusImageRole).toString(), image);
         QCOMPARE(panel->listView()->materialWidget(item)->model().downloadStatus, status);
         QCOMPARE(item->icon().isNull() ? QImage() : iconImage(item->icon()), expected);
-        QCOMPARE(row->icon(DetailTreeWidget::StatusColumn).isNull() ? QImage() : iconImage(row->icon(DetailTreeWidget::StatusColumn)), expected);
+        QCOMPARE(row->icon(DetailTreeWidget::StatusColumn).isNull()
+                     ? QImage()
+                     : iconImage(row->icon(DetailTreeWidget::StatusColumn)),
+                 expected);
         QCOMPARE(row->text(DetailTreeWidget::ApprovalColumn), text);
         QCOMPARE(row->foreground(DetailTreeWidget::ApprovalColumn).color().name(), colour);
     }
@@ -348,7 +359,8 @@ void TestPanel::rowsSearchAndProgress()
     // Each row carries its material's path in the material folder.
     auto *widget = panel->listView()->materialWidget(panel->listView()->itemById(QStringLiteral("m2")));
     QCOMPARE(widget->materialString(), QStringLiteral("/media/cloud/clip-beach.mp4"));
-    QCOMPARE(panel->treeView()->itemById(QStringLiteral("m2"))->text(DetailTreeWidget::PathColumn), widget->materialString());
+    QCOMPARE(panel->treeView()->itemById(QStringLiteral("m2"))->text(DetailTreeWidget::PathColumn),
+             widget->materialString());
 
     // Progress shows in both views while downloading, and only for that material.
     QCOMPARE(widget->progress(), -1);
@@ -418,17 +430,20 @@ void TestPanel::drag()
     QObject scope; // a timer that never ran must not outlive the locals it reads
     QTimer::singleShot(0, &scope, [&] {
         running = view->findChild<QDrag *>();
-        seen = running ? QStringLiteral("%1 %2 %3").arg(running->supportedActions()).arg(running->mimeData()->text(),
-                                                                                         running->mimeData()->urls().value(0).toString())
+        seen = running ? QStringLiteral("%1 %2 %3")
+                             .arg(running->supportedActions())
+                             .arg(running->mimeData()->text(), running->mimeData()->urls().value(0).toString())
                        : QString();
         calledBeforeExec = !received.empty();
         QDrag::cancel();
     });
     const QString id = QStringLiteral("m2");
-    dragItem(view, table ? panel->treeView()->visualItemRect(panel->treeView()->itemById(id))
-                         : panel->listView()->visualItemRect(panel->listView()->itemById(id)));
+    dragItem(view,
+             table ? panel->treeView()->visualItemRect(panel->treeView()->itemById(id))
+                   : panel->listView()->visualItemRect(panel->listView()->itemById(id)));
     QVERIFY(running);
-    QCOMPARE(seen, QStringLiteral("%1 /media/cloud/second clip.mp4 file:///media/cloud/second clip.mp4").arg(Qt::CopyAction));
+    QCOMPARE(seen,
+             QStringLiteral("%1 /media/cloud/second clip.mp4 file:///media/cloud/second clip.mp4").arg(Qt::CopyAction));
     QCOMPARE(calledBeforeExec, callback);
     QCOMPARE(received, callback ? std::string("/media/cloud/second clip.mp4") : std::string());
     QCOMPARE(receivedDrag, callback ? running.data() : nullptr);
@@ -477,7 +492,8 @@ void TestPanel::wiredPanel()
         QVERIFY(box && box->text().contains(QLatin1String(" 1 ")));
         QTest::mouseClick(box->button(confirm ? QMessageBox::Yes : QMessageBox::Cancel), Qt::LeftButton);
         QCOMPARE(QFile::exists(wired.folder.path() + QStringLiteral("/one.jpg")), !confirm);
-        QCOMPARE(statusImage(shown, "w1"), confirm ? QStringLiteral("download_status_allowed") : QStringLiteral("download_status_successed"));
+        QCOMPARE(statusImage(shown, "w1"),
+                 confirm ? QStringLiteral("download_status_allowed") : QStringLiteral("download_status_successed"));
         QCOMPARE(del->isEnabled(), !confirm);
         CloudMaterialModel row;
         QVERIFY(wired.controller->material("w1", row) && row.downloadStatus == (confirm ? Allowed : Successed));
@@ -571,12 +587,19 @@ void TestPanel::followsTheLanguage()
                            panel->banner()->text()};
     };
     const auto wanted = [] {
-        return QStringList{TranslateManager::text("Name"), TranslateManager::text("Type"), mediaTypeName(1),
-                           approvalText(PendingApproval), materialToolTip(QStringLiteral("clip.mp4"), Failed),
-                           mediaTypeName(1), materialToolTip(QStringLiteral("clip.mp4"), Failed),
-                           TranslateManager::text("Download"), TranslateManager::text("DeleteLocalCopies"),
-                           TranslateManager::text("Refresh"), TranslateManager::text("SearchMaterial"),
-                           TranslateManager::text("NoMatchingMaterials"), TranslateManager::text("CloudUnreachable")};
+        return QStringList{TranslateManager::text("Name"),
+                           TranslateManager::text("Type"),
+                           mediaTypeName(1),
+                           approvalText(PendingApproval),
+                           materialToolTip(QStringLiteral("clip.mp4"), Failed),
+                           mediaTypeName(1),
+                           materialToolTip(QStringLiteral("clip.mp4"), Failed),
+                           TranslateManager::text("Download"),
+                           TranslateManager::text("DeleteLocalCopies"),
+                           TranslateManager::text("Refresh"),
+                           TranslateManager::text("SearchMaterial"),
+                           TranslateManager::text("NoMatchingMaterials"),
+                           TranslateManager::text("CloudUnreachable")};
     };
     const QStringList english = wanted();
     QCOMPARE(shown(), english);
@@ -603,14 +626,19 @@ void TestPanel::thumbnails()
     DetailTreeWidget *tree = shown->treeView();
     const auto path = [&](const char *mid) {
         CloudMaterialModel row;
-        return wired.controller->material(mid, row) ? QString::fromStdString(wired.controller->thumbnailPath(row.mid, row.thumbnailUrl)) : QString();
+        return wired.controller->material(mid, row)
+            ? QString::fromStdString(wired.controller->thumbnailPath(row.mid, row.thumbnailUrl))
+            : QString();
     };
     const auto hasThumbnail = [tree](const char *mid) {
-        return tree->itemById(QLatin1String(mid))->data(DetailTreeWidget::ApprovalColumn, DetailTreeWidget::HasThumbnailRole).toBool();
+        return tree->itemById(QLatin1String(mid))
+            ->data(DetailTreeWidget::ApprovalColumn, DetailTreeWidget::HasThumbnailRole)
+            .toBool();
     };
     for (const char *mid : {"t1", "t2"}) {
         // Named after the material id, in the material folder's hidden thumbnail folder.
-        QCOMPARE(path(mid), wired.folder.path() + QStringLiteral("/.thumbnails/%1.thumbnail.png").arg(QLatin1String(mid)));
+        QCOMPARE(path(mid),
+                 wired.folder.path() + QStringLiteral("/.thumbnails/%1.thumbnail.png").arg(QLatin1String(mid)));
         QTRY_VERIFY(hasThumbnail(mid));
         const QColor colour = QImage(path(mid)).pixelColor(0, 0); // the local cloud's thumbnails have one colour
         // The grid paints it in the tile, the table as the icon of the thumbnail column, at 45 x 30.
@@ -629,10 +657,15 @@ void TestPanel::thumbnails()
     QVERIFY(!hasThumbnail("f1"));
     QVERIFY(!list->itemById(QStringLiteral("f1"))->data(DetailListWidget::ThumbnailRole).isValid());
     const QImage placeholder(imagePath(QStringLiteral("thumbnail_document.png")));
-    const QColor shownColour = tree->itemById(QStringLiteral("f1"))->icon(DetailTreeWidget::ApprovalColumn).pixmap(45, 30).toImage().pixelColor(22, 2);
+    const QColor shownColour = tree->itemById(QStringLiteral("f1"))
+                                   ->icon(DetailTreeWidget::ApprovalColumn)
+                                   .pixmap(45, 30)
+                                   .toImage()
+                                   .pixelColor(22, 2);
     const QColor placeholderColour = placeholder.pixelColor(90, 4);
     QVERIFY(!placeholder.isNull() && std::abs(shownColour.red() - placeholderColour.red()) <= 2
-            && std::abs(shownColour.green() - placeholderColour.green()) <= 2 && std::abs(shownColour.blue() - placeholderColour.blue()) <= 2);
+            && std::abs(shownColour.green() - placeholderColour.green()) <= 2
+            && std::abs(shownColour.blue() - placeholderColour.blue()) <= 2);
 
     // A later refresh takes the fetched ones from the disk and tries the failed one again.
     QVERIFY(wired.cloud.clearFaults());
@@ -651,7 +684,8 @@ void TestPanel::thumbnails()
 void TestPanel::thumbnailsWithoutFolder()
 {
     QStandardPaths::setTestModeEnabled(true);
-    const QString cache = QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QStringLiteral("/thumbnails");
+    const QString cache =
+        QStandardPaths::writableLocation(QStandardPaths::CacheLocation) + QStringLiteral("/thumbnails");
     const std::shared_ptr<void> restore(nullptr, [cache](void *) {
         QDir(cache).removeRecursively();
         QStandardPaths::setTestModeEnabled(false);
@@ -737,8 +771,15 @@ void TestPanel::keys()
     QTest::keyClick(focus, Qt::Key(key), Qt::KeyboardModifiers(modifiers));
 
     auto *confirmation = panel->findChild<QMessageBox *>(QStringLiteral("deleteConfirmation"));
-    QCOMPARE(QString("%1%2%3%4").arg(refreshed.count()).arg(downloaded.count()).arg(deleted.count()).arg(confirmation != nullptr),
-             QString("%1%2%3%3").arg(int(expected == "refresh")).arg(int(expected == "download")).arg(int(expected == "delete")));
+    QCOMPARE(QString("%1%2%3%4")
+                 .arg(refreshed.count())
+                 .arg(downloaded.count())
+                 .arg(deleted.count())
+                 .arg(confirmation != nullptr),
+             QString("%1%2%3%3")
+                 .arg(int(expected == "refresh"))
+                 .arg(int(expected == "download"))
+                 .arg(int(expected == "delete")));
     if (confirmation)
         confirmation->reject();
     if (expected == QLatin1String("search"))

@@ -32,10 +32,13 @@ private Q_SLOTS:
         RXCM_LOG_ERROR("e {}", std::string("x"));
         const auto lines = log.lines();
         QCOMPARE(lines.size(), std::size_t(3));
-        QCOMPARE(QString::fromStdString(lines[0].text), QStringLiteral("get reply: body / 42 \n //tst_platform:logLines()#%1.").arg(line));
+        QCOMPARE(QString::fromStdString(lines[0].text),
+                 QStringLiteral("get reply: body / 42 \n //tst_platform:logLines()#%1.").arg(line));
         QCOMPARE(lines[1].level, spdlog::level::warn);
         QCOMPARE(lines[2].level, spdlog::level::err);
-        QCOMPARE(QString::fromStdString(std::string(talvor::cloudmaterial::logging::baseName("C:\\src\\cloudmaterial\\maincontroller.cpp"))), QStringLiteral("maincontroller"));
+        QCOMPARE(QString::fromStdString(std::string(
+                     talvor::cloudmaterial::logging::baseName("C:\\src\\cloudmaterial\\maincontroller.cpp"))),
+                 QStringLiteral("maincontroller"));
     }
 
     void languages()
@@ -61,10 +64,13 @@ private Q_SLOTS:
         settings.setValue(QStringLiteral("Colors/accent"), QStringLiteral("#010203"));
         HV::Theme::readSettings(settings);
         QFile qss(dir.path() + QStringLiteral("/a.qss"));
-        QVERIFY(qss.open(QIODevice::WriteOnly) && qss.write("QLabel { color: @accent; background: @unknown; }") > 0 && qss.flush());
-        QCOMPARE(HV::readStyleSheet(dir.path(), QStringLiteral("a.qss")), QStringLiteral("QLabel { color: #010203; background: @unknown; }"));
+        QVERIFY(qss.open(QIODevice::WriteOnly) && qss.write("QLabel { color: @accent; background: @unknown; }") > 0
+                && qss.flush());
+        QCOMPARE(HV::readStyleSheet(dir.path(), QStringLiteral("a.qss")),
+                 QStringLiteral("QLabel { color: #010203; background: @unknown; }"));
         QCOMPARE(HV::Theme::imageFile(QStringLiteral("cloudmaterial/x.png")),
-                 QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/dark/cloudmaterial/x.png")));
+                 QDir::cleanPath(QCoreApplication::applicationDirPath()
+                                 + QStringLiteral("/../share/themes/images/dark/cloudmaterial/x.png")));
     }
 };
 

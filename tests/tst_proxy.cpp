@@ -73,7 +73,8 @@ bool carry(FakeRuntime &from, FakeRuntime &to, const std::string &name)
 // The promised error line, at error level with the location suffix; -1 for any other shape.
 int mismatchLines(const LogCapture &log)
 {
-    static const QRegularExpression shape(QStringLiteral("^unpack failed: Args not match! \\n //proxycodec:unpack\\(\\)#\\d+\\.$"));
+    static const QRegularExpression shape(
+        QStringLiteral("^unpack failed: Args not match! \\n //proxycodec:unpack\\(\\)#\\d+\\.$"));
     const auto lines = log.linesStartingWith("unpack failed: Args not match!");
     const auto good = std::count_if(lines.begin(), lines.end(), [](const auto &line) {
         return line.level == spdlog::level::err && shape.match(QString::fromStdString(line.text)).hasMatch();
@@ -109,7 +110,7 @@ void TestProxy::initTestCase()
 void TestProxy::codec_data()
 {
     QTest::addColumn<QByteArray>("payload"); // hand-written bytes, or
-    QTest::addColumn<QString>("python");     // a list that Python's own msgpack packs
+    QTest::addColumn<QString>("python"); // a list that Python's own msgpack packs
     QTest::addColumn<QStringList>("strings");
     QTest::addColumn<bool>("flag");
     QTest::addColumn<bool>("logged");
@@ -122,18 +123,22 @@ void TestProxy::codec_data()
     QTest::newRow("array16") << QByteArray::fromHex("dc0004a0a0a0c3") << QString() << none << true << false;
     QTest::newRow("empty payload") << QByteArray() << QString() << none << false << true;
     QTest::newRow("map") << QByteArray::fromHex("81a161a162") << QString() << none << false << true;
-    QTest::newRow("string as bool") << QByteArray::fromHex("94a175a169a16ea474727565") << QString() << none << false << true;
+    QTest::newRow("string as bool") << QByteArray::fromHex("94a175a169a16ea474727565") << QString() << none << false
+                                    << true;
     QTest::newRow("integer as bool") << QByteArray::fromHex("94a175a169a16e01") << QString() << none << false << true;
     QTest::newRow("bin as string") << QByteArray::fromHex("94c40175a169a16ec3") << QString() << none << false << true;
     QTest::newRow("truncated") << QByteArray::fromHex("94a175a1") << QString() << none << false << true;
     // Claims four billion elements in five bytes: refused before anything is allocated.
     QTest::newRow("huge array header") << QByteArray::fromHex("ddffffffff") << QString() << none << false << true;
-    QTest::newRow("deep nesting") << QByteArray(64, '\x91') + QByteArray::fromHex("c0") << QString() << none << false << true;
+    QTest::newRow("deep nesting") << QByteArray(64, '\x91') + QByteArray::fromHex("c0") << QString() << none << false
+                                  << true;
     // str8, str16 and str32 headers in one call.
     QTest::newRow("python lengths") << QByteArray() << "['a' * 200, 'b' * 65535, 'x' * 70000, True]"
-                                    << QStringList{QString(200, 'a'), QString(65535, 'b'), QString(70000, 'x')} << true << false;
+                                    << QStringList{QString(200, 'a'), QString(65535, 'b'), QString(70000, 'x')} << true
+                                    << false;
     QTest::newRow("python utf-8") << QByteArray() << "['\\u7d20\\u6750', 'm-\\u00e9', '', False]"
-                                  << QStringList{QString::fromUtf8("素材"), QString::fromUtf8("m-é"), ""} << false << false;
+                                  << QStringList{QString::fromUtf8("素材"), QString::fromUtf8("m-é"), ""} << false
+                                  << false;
 }
 
 void TestProxy::codec()
@@ -145,18 +150,21 @@ void TestProxy::codec()
     QFETCH(bool, logged);
     if (!python.isEmpty()) {
         QProcess encoder;
-        encoder.start(QStringLiteral("/usr/bin/python3"),
-                      {"-c", QStringLiteral("import msgpack, sys; sys.stdout.buffer.write(msgpack.packb(%1))").arg(python)});
+        encoder.start(
+            QStringLiteral("/usr/bin/python3"),
+            {"-c", QStringLiteral("import msgpack, sys; sys.stdout.buffer.write(msgpack.packb(%1))").arg(python)});
         QVERIFY2(encoder.waitForFinished(30000) && encoder.exitCode() == 0, encoder.readAllStandardError());
         payload = encoder.readAllStandardOutput();
         // Both encoders choose the shortest form, so the bytes must be the same.
-        const msgpack::sbuffer ours = proxycodec::pack(strings[0].toStdString(), strings[1].toStdString(), strings[2].toStdString(), flag);
+        const msgpack::sbuffer ours =
+            proxycodec::pack(strings[0].toStdString(), strings[1].toStdString(), strings[2].toStdString(), flag);
         QCOMPARE(QByteArray(ours.data(), int(ours.size())).toHex(), payload.toHex());
     }
     LogCapture log;
     const Args4 args = unpack4(payload.toStdString());
     QCOMPARE(QStringList({QString::fromStdString(std::get<0>(args)), QString::fromStdString(std::get<1>(args)),
-                          QString::fromStdString(std::get<2>(args))}), strings);
+                          QString::fromStdString(std::get<2>(args))}),
+             strings);
     QCOMPARE(std::get<3>(args), flag);
     QCOMPARE(mismatchLines(log), logged ? 1 : 0);
 }
@@ -168,26 +176,64 @@ void TestProxy::everyCallCrossesTheChannel()
     {
         auto server = std::make_unique<MultimachineProxyServer>(&serverSide);
         MultimachineProxyClient client(&clientSide);
-        QCOMPARE(serverSide.registeredNames(), (std::vector<std::string>{"DownloadFile", "HostOwn", "QueryFileIsExist", "StartMqtt"}));
-        struct Call { const char *name; std::function<void()> send; QObject *receiver; const char *signal; QStringList expected; };
+        QCOMPARE(serverSide.registeredNames(),
+                 (std::vector<std::string>{"DownloadFile", "HostOwn", "QueryFileIsExist", "StartMqtt"}));
+        struct Call
+        {
+            const char *name;
+            std::function<void()> send;
+            QObject *receiver;
+            const char *signal;
+            QStringList expected;
+        };
         const std::vector<Call> calls = {
             {"StartMqtt", [&] { client.sendStartMqtt(); }, server.get(), SIGNAL(sigStartMqtt()), {}},
-            {"QueryFileIsExist", [&] { client.sendQueryFileIsExist("m1", "a.jpg"); }, server.get(),
-             SIGNAL(sigQueryFileIsExist(std::string, std::string)), {"m1", "a.jpg"}},
-            {"DownloadFile", [&] { client.sendDownloadFile("https://h/a", "m2", "b.mp4"); }, server.get(),
-             SIGNAL(sigDownloadFile(std::string, std::string, std::string)), {"https://h/a", "m2", "b.mp4"}},
-            {"QueryFileIsExistRes", [&] { server->sendQueryFileIsExistRes("m3", "c.png", true); }, &client,
-             SIGNAL(sigQueryFileIsExistRes(std::string, std::string, bool)), {"m3", "c.png", "true"}},
-            {"DownloadFileRes", [&] { server->sendDownloadFileRes("https://h/d", "m4", "d.mp3", true); }, &client,
-             SIGNAL(sigDownloadFileRes(std::string, std::string, bool)), {"m4", "d.mp3", "true"}},
-            {"SetSerialNumber", [&] { server->sendSetSerialNumber("SN-1"); }, &client, SIGNAL(sigSetSerialNumber(std::string)), {"SN-1"}},
-            {"SetCurrentLanguage", [&] { server->sendSetCurrentLanguage("korean"); }, &client,
-             SIGNAL(sigSetCurrentLanguage(std::string)), {"korean"}},
-            {"SetDeviceName", [&] { server->sendSetDeviceName("Hall 2"); }, &client, SIGNAL(sigSetDeviceName(std::string)), {"Hall 2"}},
-            {"SetAppVersion", [&] { server->sendSetAppVersion("3.1.0"); }, &client, SIGNAL(sigSetAppVersion(std::string)), {"3.1.0"}},
+            {"QueryFileIsExist",
+             [&] { client.sendQueryFileIsExist("m1", "a.jpg"); },
+             server.get(),
+             SIGNAL(sigQueryFileIsExist(std::string, std::string)),
+             {"m1", "a.jpg"}},
+            {"DownloadFile",
+             [&] { client.sendDownloadFile("https://h/a", "m2", "b.mp4"); },
+             server.get(),
+             SIGNAL(sigDownloadFile(std::string, std::string, std::string)),
+             {"https://h/a", "m2", "b.mp4"}},
+            {"QueryFileIsExistRes",
+             [&] { server->sendQueryFileIsExistRes("m3", "c.png", true); },
+             &client,
+             SIGNAL(sigQueryFileIsExistRes(std::string, std::string, bool)),
+             {"m3", "c.png", "true"}},
+            {"DownloadFileRes",
+             [&] { server->sendDownloadFileRes("https://h/d", "m4", "d.mp3", true); },
+             &client,
+             SIGNAL(sigDownloadFileRes(std::string, std::string, bool)),
+             {"m4", "d.mp3", "true"}},
+            {"SetSerialNumber",
+             [&] { server->sendSetSerialNumber("SN-1"); },
+             &client,
+             SIGNAL(sigSetSerialNumber(std::string)),
+             {"SN-1"}},
+            {"SetCurrentLanguage",
+             [&] { server->sendSetCurrentLanguage("korean"); },
+             &client,
+             SIGNAL(sigSetCurrentLanguage(std::string)),
+             {"korean"}},
+            {"SetDeviceName",
+             [&] { server->sendSetDeviceName("Hall 2"); },
+             &client,
+             SIGNAL(sigSetDeviceName(std::string)),
+             {"Hall 2"}},
+            {"SetAppVersion",
+             [&] { server->sendSetAppVersion("3.1.0"); },
+             &client,
+             SIGNAL(sigSetAppVersion(std::string)),
+             {"3.1.0"}},
             // Nothing in the module sends this one; the host may.
-            {"SetAppConfigPath", [&] { proxycodec::send(serverSide, "SetAppConfigPath", std::string("/etc/host")); }, &client,
-             SIGNAL(sigSetAppConfigPath(std::string)), {"/etc/host"}},
+            {"SetAppConfigPath",
+             [&] { proxycodec::send(serverSide, "SetAppConfigPath", std::string("/etc/host")); },
+             &client,
+             SIGNAL(sigSetAppConfigPath(std::string)),
+             {"/etc/host"}},
         };
         LogCapture log;
         for (const Call &call : calls) {
@@ -204,7 +250,8 @@ void TestProxy::everyCallCrossesTheChannel()
         QCOMPARE(serverSide.sent().size() + clientSide.sent().size(), calls.size());
         // Requests carry a false in the answer's bool slot; a call without arguments is an empty array.
         QCOMPARE(QByteArray::fromStdString(clientSide.sent().at(0).payload).toHex(), QByteArray("90"));
-        QCOMPARE(QByteArray::fromStdString(clientSide.sent().at(1).payload).toHex(), QByteArray("93a26d31a5612e6a7067c2"));
+        QCOMPARE(QByteArray::fromStdString(clientSide.sent().at(1).payload).toHex(),
+                 QByteArray("93a26d31a5612e6a7067c2"));
 
         // An empty payload reaches the client as an empty value, with the error line.
         QSignalSpy versions(&client, &MultimachineProxyClient::sigSetAppVersion);
@@ -303,7 +350,8 @@ void TestProxy::serverAnswersForTheClient()
 void TestProxy::serverSharesOneDownload()
 {
     CloudSim cloud;
-    const QJsonObject medium{{"mid", "m1"}, {"mediaName", "clip.mp4"}, {"approvalStatus", "2"}, {"file", QJsonObject{{"size", 40000}}}};
+    const QJsonObject medium{
+        {"mid", "m1"}, {"mediaName", "clip.mp4"}, {"approvalStatus", "2"}, {"file", QJsonObject{{"size", 40000}}}};
     const QJsonObject account{{"token", "tok-group"}, {"media", QJsonArray{medium}}};
     QVERIFY(cloud.start(QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson()));
     // A second long, so the first request is still running when the others come.

@@ -5,8 +5,8 @@
 #include "cloudmaterial/login/logindlalog.h"
 #include "cloudmaterial/login/loginverify.h"
 #include "cloudmaterial/login/verifycodeslider.h"
-#include "support/cloudclient.h"
 #include "localcloud/cloudsim.h"
+#include "support/cloudclient.h"
 
 #include <QtTest>
 
@@ -48,8 +48,11 @@ bool spinUntil(const std::function<bool()> &done, int timeout = 30000)
 }
 
 // Waits for @p actual to become @p expected, then compares them (reporting both if not).
-#define SPIN_COMPARE(actual, expected)                                                                  \
-    do { spinUntil([&] { return (actual) == (expected); }); QCOMPARE(actual, expected); } while (false)
+#define SPIN_COMPARE(actual, expected)                                                                                 \
+    do {                                                                                                               \
+        spinUntil([&] { return (actual) == (expected); });                                                             \
+        QCOMPARE(actual, expected);                                                                                    \
+    } while (false)
 
 QVariant evaluate(QWebEngineView *view, const QString &script)
 {
@@ -80,7 +83,8 @@ QString dragScript(double fraction)
             fire('pointermove', Math.round(x + (end - x) * i / 12));
         fire('pointerup', end);
         return travel;
-    })(%1))").arg(fraction);
+    })(%1))")
+        .arg(fraction);
 }
 
 const QString labelText = QStringLiteral("document.getElementById('label').textContent");
@@ -130,11 +134,13 @@ void TestSlider::dragDeliversWhatTheCloudAccepts()
     QVERIFY(cloud.start(R"({"accounts":[{"token":"tok-1","name":"alice","password":"pw"}]})"));
     CloudClient client(cloud);
     const auto accepted = [&](const QString &sessionId, const QString &sig, const QString &token) {
-        const QJsonObject body{{"flag", 0},          {"key", "slider-key"}, {"parameter", ""},
+        const QJsonObject body{{"flag", 0},          {"key", "slider-key"},    {"parameter", ""},
                                {"phone", ""},        {"sessionId", sessionId}, {"sig", sig},
-                               {"templateCode", ""}, {"token", token},      {"type", ""}};
+                               {"templateCode", ""}, {"token", token},         {"type", ""}};
         return client.post(QStringLiteral("v1/web-backend-service/identity-verify-code/slider"), body)
-            .json().value("status").toBool();
+            .json()
+            .value("status")
+            .toBool();
     };
 
     VerifyCodeSlider slider;
@@ -151,8 +157,11 @@ void TestSlider::dragDeliversWhatTheCloudAccepts()
 
         // Short of the end: the handle springs back and nothing is delivered.
         QVERIFY(evaluate(view, dragScript(0.95)).toInt() > 100);
-        SPIN_COMPARE(evaluate(view, QStringLiteral("Math.round(new DOMMatrix(getComputedStyle("
-                                                   "document.getElementById('handle')).transform).m41)")).toInt(), 0);
+        SPIN_COMPARE(evaluate(view,
+                              QStringLiteral("Math.round(new DOMMatrix(getComputedStyle("
+                                             "document.getElementById('handle')).transform).m41)"))
+                         .toInt(),
+                     0);
         QCOMPARE(delivered.count(), 0);
 
         evaluate(view, dragScript(1.0));
@@ -167,8 +176,9 @@ void TestSlider::dragDeliversWhatTheCloudAccepts()
         QVERIFY(!accepted(sessionId, forged, token));
 
         // Verified: a further drag delivers nothing new.
-        QCOMPARE(evaluate(view, QStringLiteral("document.getElementById('slider').classList.contains('verified')")).toBool(),
-                 true);
+        QCOMPARE(
+            evaluate(view, QStringLiteral("document.getElementById('slider').classList.contains('verified')")).toBool(),
+            true);
         if (dialogRound == 0)
             saveScreenshot(host.get(), "slider-after.png");
         evaluate(view, dragScript(1.0));
@@ -264,7 +274,7 @@ int run(int argc, char **argv)
         verify->setSlider(slider.get());
         login->show();
         loaded = waitUntilReady(slider->view(VerifyCodeSlider::AccountLogin))
-                 && waitUntilReady(slider->view(VerifyCodeSlider::TrustDevice));
+            && waitUntilReady(slider->view(VerifyCodeSlider::TrustDevice));
         qInstallMessageHandler(&capture);
     }
     qInstallMessageHandler(nullptr);

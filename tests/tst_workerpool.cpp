@@ -24,7 +24,11 @@ private Q_SLOTS:
         bool onWorker = false;
         auto failing = pool.enqueue([] { throw std::runtime_error("task failed"); });
         for (int i = 0; i < 100; ++i) // only the one worker touches these: no lock, on purpose
-            pool.enqueue([&, i] { order.push_back(i); threads.push_back(std::this_thread::get_id()); onWorker = pool.isWorkerThread(); });
+            pool.enqueue([&, i] {
+                order.push_back(i);
+                threads.push_back(std::this_thread::get_id());
+                onWorker = pool.isWorkerThread();
+            });
         pool.enqueue([] {}).get(); // the worker survived the failing task
         QVERIFY_EXCEPTION_THROWN(failing.get(), std::runtime_error);
         std::iota(expected.begin(), expected.end(), 0);
@@ -41,7 +45,10 @@ private Q_SLOTS:
             pool.enqueue([] { std::this_thread::sleep_for(std::chrono::milliseconds(50)); });
             std::vector<std::thread> producers;
             for (int p = 0; p < 4; ++p)
-                producers.emplace_back([&] { for (int i = 0; i < 250; ++i) pool.enqueue([&done] { ++done; }); });
+                producers.emplace_back([&] {
+                    for (int i = 0; i < 250; ++i)
+                        pool.enqueue([&done] { ++done; });
+                });
             for (auto &t : producers)
                 t.join();
         } // the destructor runs what is still queued

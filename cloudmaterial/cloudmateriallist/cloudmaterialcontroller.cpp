@@ -132,7 +132,7 @@ public:
     ThumbnailCache thumbnails;
 
     Session session; // the login's
-    Session life;    // ended by shutdown(): the group's look-ups stop with it
+    Session life; // ended by shutdown(): the group's look-ups stop with it
     bool shutDown = false;
     // Where refreshes on the shared pool, which may outlive this object, hand their results:
     // they hold it, it is deleted on this thread once none needs it.
@@ -240,9 +240,8 @@ bool CloudMaterialController::Private::applyCatalogue(const MediaListResult &fet
     if (!ticket.isLive())
         return added;
 
-    const auto gone = std::stable_partition(media.begin(), media.end(), [&](const StoredMedia &m) {
-        return fetchedIds.count(m.info.mid) != 0;
-    });
+    const auto gone = std::stable_partition(media.begin(), media.end(),
+                                            [&](const StoredMedia &m) { return fetchedIds.count(m.info.mid) != 0; });
     std::vector<StoredMedia> removed(std::make_move_iterator(gone), std::make_move_iterator(media.end()));
     media.erase(gone, media.end());
     // Gone from the cloud, so its preview goes too (a logout keeps them for the next login).
@@ -290,8 +289,9 @@ void CloudMaterialController::init()
                 if (!d->servedByProxy)
                     d->folder.download(address, id, name);
             });
-    connect(this, &CloudMaterialController::sigDownloadFileStatusChanged, d.get(),
-            [this](const std::string &id, const std::string &name, bool ok) { d->onUpdateFileIsDownload(id, name, ok); });
+    connect(
+        this, &CloudMaterialController::sigDownloadFileStatusChanged, d.get(),
+        [this](const std::string &id, const std::string &name, bool ok) { d->onUpdateFileIsDownload(id, name, ok); });
     connect(this, &CloudMaterialController::sigCloudFileIsExist, d.get(),
             [this](const std::string &id, const std::string &name) {
                 if (!d->servedByProxy)

@@ -23,7 +23,7 @@ struct MediaEntity
     ajson::text duration_time;
     ajson::text video_support_platform;
 };
-AJSON(MediaEntity, mid, size, height, width, thumb_image_url,unique, duration_time,video_support_platform)
+AJSON(MediaEntity, mid, size, height, width, thumb_image_url, unique, duration_time, video_support_platform)
 
 /** One material of the catalogue, as the cloud sends it. */
 struct MediaInfo
@@ -42,8 +42,8 @@ struct MediaInfo
     std::string pictureAddress;
     std::string pictureDafaultAddress; // the cloud's own spelling
 };
-AJSON(MediaInfo, mid, oid, create_uid, approvalStatus, mediaName, mediaType,media_entity , workgroup,
-      isMediaSupported, ossDir, bigPictureAddress, pictureAddress, pictureDafaultAddress)
+AJSON(MediaInfo, mid, oid, create_uid, approvalStatus, mediaName, mediaType, media_entity, workgroup, isMediaSupported,
+      ossDir, bigPictureAddress, pictureAddress, pictureDafaultAddress)
 
 struct MediaListData
 {

@@ -37,15 +37,15 @@ enum class MediaType : std::int32_t {
 
 /** What the last word about the catalogue was, so the panel can tell the user. */
 enum class CatalogueState : std::int32_t {
-    LoggedOut = 0,   // no session: nothing to list
-    Reachable = 1,   // logged in, and the last refresh reached the cloud (or none has failed yet)
+    LoggedOut = 0, // no session: nothing to list
+    Reachable = 1, // logged in, and the last refresh reached the cloud (or none has failed yet)
     Unreachable = 2, // the last refresh could not reach the cloud; the known list is kept
 };
 
 /** One material as the panel shows it. */
 struct CloudMaterialModel
 {
-    std::string mid;       // the material id, compared byte for byte
+    std::string mid; // the material id, compared byte for byte
     std::string mediaName; // display name and local file name
     std::int32_t mediaType = 0; // a MediaType, or a code the module does not know
     std::int32_t approvalStatus = 0;

@@ -104,8 +104,8 @@ void DetailListItemDelegate::paint(QPainter *painter, const QStyleOptionViewItem
 
     const QRectF nameRect(cell.left() + 4, cell.bottom() - nameHeight, cell.width() - 8, nameHeight);
     painter->setPen(selected ? palette.color(QPalette::HighlightedText) : palette.color(QPalette::Text));
-    const QString name = option.fontMetrics.elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideMiddle,
-                                                       int(nameRect.width()));
+    const QString name =
+        option.fontMetrics.elidedText(index.data(Qt::DisplayRole).toString(), Qt::ElideMiddle, int(nameRect.width()));
     painter->drawText(nameRect, Qt::AlignCenter, name);
     painter->restore();
 }

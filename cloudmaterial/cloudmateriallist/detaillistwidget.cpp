@@ -48,7 +48,8 @@ void DetailListWidget::addMaterial(const CloudMaterialModel &model, const QStrin
     item->setData(IdRole, QString::fromStdString(model.mid));
     item->setData(TypeRole, mediaTypeName(model.mediaType));
     item->setData(SizeRole, sizeText(model.size));
-    item->setData(PlaceholderRole, QPixmap(themeImagePath(placeholderImageName(model.mediaType) + QStringLiteral(".png"))));
+    item->setData(PlaceholderRole,
+                  QPixmap(themeImagePath(placeholderImageName(model.mediaType) + QStringLiteral(".png"))));
     item->setSizeHint(DetailListItemDelegate::itemSize());
     addItem(item);
     setItemWidget(item, new DetailListItemWidget(model, materialString));
@@ -82,7 +83,8 @@ void DetailListWidget::setDownloadStatus(const QString &id, int status)
     const QString image = statusImageName(status);
     item->setData(StatusImageRole, image);
     item->setToolTip(materialToolTip(item->text(), status));
-    item->setData(Qt::DecorationRole, image.isEmpty() ? QIcon() : QIcon(themeImagePath(image + QStringLiteral(".png"))));
+    item->setData(Qt::DecorationRole,
+                  image.isEmpty() ? QIcon() : QIcon(themeImagePath(image + QStringLiteral(".png"))));
     if (DetailListItemWidget *widget = materialWidget(item))
         widget->setDownloadStatus(status);
 }

@@ -20,12 +20,12 @@ class DetailListWidget : public QListWidget
 
 public:
     enum Role {
-        IdRole = Qt::UserRole + 1,   // the material id (QString)
-        StatusImageRole,             // the status image's name, empty when none
-        TypeRole,                    // translated type name
-        SizeRole,                    // size text
-        ThumbnailRole,               // the thumbnail (QPixmap), unset while there is none
-        PlaceholderRole,             // the type's stand-in picture (QPixmap)
+        IdRole = Qt::UserRole + 1, // the material id (QString)
+        StatusImageRole, // the status image's name, empty when none
+        TypeRole, // translated type name
+        SizeRole, // size text
+        ThumbnailRole, // the thumbnail (QPixmap), unset while there is none
+        PlaceholderRole, // the type's stand-in picture (QPixmap)
     };
 
     explicit DetailListWidget(QWidget *parent = nullptr);

@@ -107,14 +107,15 @@ void DetailTreeWidget::addMaterial(const CloudMaterialModel &model, const QStrin
     item->setText(TypeColumn, mediaTypeName(model.mediaType));
     item->setData(TypeColumn, Private::CodeRole, model.mediaType);
     // Sounds and documents have no picture size, whatever the record says.
-    const bool hasPicture = MediaType(model.mediaType) == MediaType::Picture || MediaType(model.mediaType) == MediaType::Video;
+    const bool hasPicture =
+        MediaType(model.mediaType) == MediaType::Picture || MediaType(model.mediaType) == MediaType::Video;
     item->setText(ResolutionColumn, hasPicture ? QString::fromStdString(model.resolution) : QStringLiteral("–"));
     item->setText(SizeColumn, sizeText(model.size));
     item->setText(IdColumn, QString::fromStdString(model.mid));
     item->setText(PathColumn, materialString);
-    item->setIcon(ApprovalColumn, coverIcon(QPixmap(themeImagePath(placeholderImageName(model.mediaType)
-                                                                   + QStringLiteral(".png"))),
-                                            iconSize(), devicePixelRatioF()));
+    item->setIcon(ApprovalColumn,
+                  coverIcon(QPixmap(themeImagePath(placeholderImageName(model.mediaType) + QStringLiteral(".png"))),
+                            iconSize(), devicePixelRatioF()));
     addTopLevelItem(item);
     const QString id = QString::fromStdString(model.mid);
     setApprovalStatus(id, model.approvalStatus);
@@ -212,7 +213,8 @@ void DetailTreeWidget::changeEvent(QEvent *event)
             QTreeWidgetItem *item = topLevelItem(row);
             item->setText(TypeColumn, mediaTypeName(item->data(TypeColumn, Private::CodeRole).toInt()));
             item->setText(ApprovalColumn, approvalText(item->data(ApprovalColumn, Private::CodeRole).toInt()));
-            const QString tip = materialToolTip(item->text(NameColumn), item->data(StatusColumn, Private::CodeRole).toInt());
+            const QString tip =
+                materialToolTip(item->text(NameColumn), item->data(StatusColumn, Private::CodeRole).toInt());
             item->setToolTip(NameColumn, tip);
             item->setToolTip(StatusColumn, tip);
         }

@@ -18,14 +18,14 @@ class DetailTreeWidget : public QTreeWidget
 public:
     enum Column {
         NameColumn = 0,
-        ApprovalColumn = 1,  // under the "Thumbnail" header: the preview, then the approval remark
+        ApprovalColumn = 1, // under the "Thumbnail" header: the preview, then the approval remark
         StatusColumn = 2,
-        DownloadColumn = 3,  // the progress of a running download
+        DownloadColumn = 3, // the progress of a running download
         TypeColumn = 4,
         ResolutionColumn = 5,
-        SizeColumn = 6,      // hidden: kept for sorting and tool tips
-        IdColumn = 7,        // hidden: the material id
-        PathColumn = 8,      // hidden: the material's local path
+        SizeColumn = 6, // hidden: kept for sorting and tool tips
+        IdColumn = 7, // hidden: the material id
+        PathColumn = 8, // hidden: the material's local path
         ColumnCount = 9,
     };
     static constexpr int StatusImageRole = Qt::UserRole + 2;

@@ -59,9 +59,8 @@ public:
             stack->setCurrentWidget(currentView());
         // With nothing to show the empty area says it; the banner is for a list still shown.
         banner->setVisible(state == CatalogueState::Unreachable && materialCount() > 0);
-        bottom->label()->setText(shown == materialCount()
-                                     ? QString::number(materialCount())
-                                     : QStringLiteral("%1 / %2").arg(shown).arg(materialCount()));
+        bottom->label()->setText(shown == materialCount() ? QString::number(materialCount())
+                                                          : QStringLiteral("%1 / %2").arg(shown).arg(materialCount()));
         updateDeleteButton();
     }
 
@@ -203,7 +202,8 @@ DetailWidget::DetailWidget(CloudMaterialController *controller, QWidget *parent)
     auto *refresh = new QShortcut(QKeySequence(Qt::Key_F5), this, nullptr, nullptr, Qt::WidgetWithChildrenShortcut);
     connect(refresh, &QShortcut::activated, d->title->refreshButton(), &QPushButton::click);
     // Enter and Delete act on the selection only from a view, so the search field keeps them.
-    for (QAbstractItemView *view : {static_cast<QAbstractItemView *>(d->list), static_cast<QAbstractItemView *>(d->tree)}) {
+    for (QAbstractItemView *view :
+         {static_cast<QAbstractItemView *>(d->list), static_cast<QAbstractItemView *>(d->tree)}) {
         for (int key : {int(Qt::Key_Return), int(Qt::Key_Enter)}) {
             auto *enter = new QShortcut(QKeySequence(key), view, nullptr, nullptr, Qt::WidgetShortcut);
             connect(enter, &QShortcut::activated, d->bottom->downloadButton(), &QPushButton::click);

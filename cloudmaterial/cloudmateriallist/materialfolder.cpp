@@ -63,31 +63,32 @@ public:
 
 void MaterialFolder::Private::transfer(const std::string &address, const std::string &name)
 {
-    downloadPool.enqueue([this, address, name, path = QString::fromStdString(q->filePath(name)), alive = life.ticket()] {
-        DownloadStatus status = Failed;
-        bool stopped = !alive.isLive();
-        if (!stopped && QFileInfo(path).isFile()) {
-            // Already there (downloaded before, or by another machine's request): fetching it
-            // again would leave a ".temp" beside it that spoils every later download.
-            status = Successed;
-        } else if (!stopped) {
-            FileDownloader downloader;
-            downloader.setStopCondition([alive] { return !alive.isLive(); });
-            QObject::connect(&downloader, &FileDownloader::progress, &downloader,
-                             [this, name](qint64 received, qint64 total) {
-                                 post([this, name, received, total] {
-                                     const auto it = shutDown ? transfers.end() : transfers.find(name);
-                                     if (it == transfers.end())
-                                         return;
-                                     for (const std::string &asker : it->second.askers)
-                                         Q_EMIT q->transferProgress(asker, received, total);
+    downloadPool.enqueue(
+        [this, address, name, path = QString::fromStdString(q->filePath(name)), alive = life.ticket()] {
+            DownloadStatus status = Failed;
+            bool stopped = !alive.isLive();
+            if (!stopped && QFileInfo(path).isFile()) {
+                // Already there (downloaded before, or by another machine's request): fetching it
+                // again would leave a ".temp" beside it that spoils every later download.
+                status = Successed;
+            } else if (!stopped) {
+                FileDownloader downloader;
+                downloader.setStopCondition([alive] { return !alive.isLive(); });
+                QObject::connect(&downloader, &FileDownloader::progress, &downloader,
+                                 [this, name](qint64 received, qint64 total) {
+                                     post([this, name, received, total] {
+                                         const auto it = shutDown ? transfers.end() : transfers.find(name);
+                                         if (it == transfers.end())
+                                             return;
+                                         for (const std::string &asker : it->second.askers)
+                                             Q_EMIT q->transferProgress(asker, received, total);
+                                     });
                                  });
-                             });
-            status = downloader.download(address, path);
-            stopped = downloader.wasStopped();
-        }
-        post([this, name, status, stopped] { finish(name, status, stopped); });
-    });
+                status = downloader.download(address, path);
+                stopped = downloader.wasStopped();
+            }
+            post([this, name, status, stopped] { finish(name, status, stopped); });
+        });
 }
 
 void MaterialFolder::Private::finish(const std::string &name, DownloadStatus status, bool stopped)

@@ -123,7 +123,7 @@ std::string ThumbnailCache::path(const std::string &id, const std::string &thumb
     if (folder.empty() || id.empty())
         return {};
     return folder
-           + (thumbnailStem(id) + QStringLiteral(".thumbnail.") + thumbnailExtension(thumbnailUrl)).toStdString();
+        + (thumbnailStem(id) + QStringLiteral(".thumbnail.") + thumbnailExtension(thumbnailUrl)).toStdString();
 }
 
 void ThumbnailCache::ensure(const std::string &id, const std::string &thumbnailUrl, const SessionTicket &ticket,

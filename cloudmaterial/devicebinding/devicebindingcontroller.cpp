@@ -255,8 +255,10 @@ bool DeviceBindingController::startMqtt()
 
     using namespace devicetopics;
     d->handlers = {
-        {SubscriptionQos, d->topic(downstreamReply, binding), [this](const std::string &p) { handleBindingReplyMsg(p); }},
-        {SubscriptionQos, d->topic(downstreamDelete, unbinding), [this](const std::string &p) { handleUnbindingMsg(p); }},
+        {SubscriptionQos, d->topic(downstreamReply, binding),
+         [this](const std::string &p) { handleBindingReplyMsg(p); }},
+        {SubscriptionQos, d->topic(downstreamDelete, unbinding),
+         [this](const std::string &p) { handleUnbindingMsg(p); }},
         {SubscriptionQos, d->topic(downstreamGet, storage), [this](const std::string &p) { handleGetStorageMsg(p); }},
         {SubscriptionQos, d->topic(downstreamGet, basic), [this](const std::string &p) { handleGetBasicMsg(p); }},
         {SubscriptionQos, d->topic(downstreamGet, volume), [this](const std::string &p) { handleGetVolumeMsg(p); }},

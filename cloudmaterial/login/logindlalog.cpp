@@ -2,13 +2,13 @@
 
 #include "ui_logindlalog.h"
 
-#include "cloudmaterial/login/codecountdown.h"
 #include "cloudmaterial/countrycodejson.h"
+#include "cloudmaterial/login/codecountdown.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginkeys.h"
 #include "cloudmaterial/login/loginlinks.h"
-#include "cloudmaterial/login/nodedirectory.h"
 #include "cloudmaterial/login/loginresult.h"
+#include "cloudmaterial/login/nodedirectory.h"
 #include "cloudmaterial/login/verifycodeslider.h"
 #include "cloudmaterial/protocol/crypto.h"
 #include "cloudmaterial/themeimage.h"
@@ -42,8 +42,7 @@ QString text(const char *key)
 bool isEmailAddress(const QString &text)
 {
     // A search, not a whole-string match: text around an address does not make it invalid.
-    static const QRegularExpression email(
-        QStringLiteral(R"(\w[-\w.+]*@([A-Za-z0-9][-A-Za-z0-9]+\.)+[A-Za-z]{2,14})"));
+    static const QRegularExpression email(QStringLiteral(R"(\w[-\w.+]*@([A-Za-z0-9][-A-Za-z0-9]+\.)+[A-Za-z]{2,14})"));
     return email.match(text).hasMatch();
 }
 
@@ -111,13 +110,14 @@ void LoginDlalog::Private::setupInputs()
     ui.lineEdit_userName->setValidator(userNameValidator);
     ui.lineEdit_emailNum->setValidator(userNameValidator);
     // "!-@" is the range from '!' to '@' (punctuation and digits), not three characters.
-    ui.lineEdit_password->setValidator(new QRegularExpressionValidator(
-        QRegularExpression(QStringLiteral(R"(^[a-zA-Z\d!-@#%&,+?.*]+$)")), q));
+    ui.lineEdit_password->setValidator(
+        new QRegularExpressionValidator(QRegularExpression(QStringLiteral(R"(^[a-zA-Z\d!-@#%&,+?.*]+$)")), q));
     ui.lineEdit_userName->setMaxLength(64);
     ui.lineEdit_password->setMaxLength(25);
 
     ui.lineEdit_userName->addAction(QIcon(themeImagePath(QStringLiteral("icon_user.png"))), QLineEdit::LeadingPosition);
-    ui.lineEdit_password->addAction(QIcon(themeImagePath(QStringLiteral("icon_possword.png"))), QLineEdit::LeadingPosition);
+    ui.lineEdit_password->addAction(QIcon(themeImagePath(QStringLiteral("icon_possword.png"))),
+                                    QLineEdit::LeadingPosition);
 
     // The eye sits inside the password field, at its right end.
     ui.layout_password->removeWidget(ui.pushButton_eye);
@@ -137,8 +137,8 @@ void LoginDlalog::Private::setupInputs()
     ui.pushButton_selectServer->setIcon(QIcon(themeImagePath(QStringLiteral("icon_setting.png"))));
     ui.pushButton_selectServer->setIconSize(QSize(16, 16));
 
-    for (QLabel *label : {ui.label_forgotPassword, ui.label_register, ui.label_agree_account,
-                          ui.label_agree_verfiyCode}) {
+    for (QLabel *label :
+         {ui.label_forgotPassword, ui.label_register, ui.label_agree_account, ui.label_agree_verfiyCode}) {
         label->setTextFormat(Qt::RichText);
         label->setOpenExternalLinks(true);
     }
@@ -159,7 +159,8 @@ void LoginDlalog::Private::setupConnections()
     QObject::connect(ui.pushButton_eye, &QPushButton::clicked, q, [this] {
         const bool hidden = ui.lineEdit_password->echoMode() == QLineEdit::Password;
         ui.lineEdit_password->setEchoMode(hidden ? QLineEdit::Normal : QLineEdit::Password);
-        ui.pushButton_eye->setIcon(QIcon(themeImagePath(hidden ? QStringLiteral("open_eye.png") : QStringLiteral("close_eye.png"))));
+        ui.pushButton_eye->setIcon(
+            QIcon(themeImagePath(hidden ? QStringLiteral("open_eye.png") : QStringLiteral("close_eye.png"))));
     });
     QObject::connect(ui.pushButton_numberLogin, &QPushButton::clicked, q, [this] {
         hideTips();
@@ -176,8 +177,10 @@ void LoginDlalog::Private::setupConnections()
         ui.stackedWidget_phoneOrEmail->setCurrentWidget(index == 0 ? ui.page_3 : ui.page_4);
     });
     // One agreement, shown on both pages.
-    QObject::connect(ui.checkBox_agree_account, &QCheckBox::toggled, ui.checkBox_agree_verifyCode, &QCheckBox::setChecked);
-    QObject::connect(ui.checkBox_agree_verifyCode, &QCheckBox::toggled, ui.checkBox_agree_account, &QCheckBox::setChecked);
+    QObject::connect(ui.checkBox_agree_account, &QCheckBox::toggled, ui.checkBox_agree_verifyCode,
+                     &QCheckBox::setChecked);
+    QObject::connect(ui.checkBox_agree_verifyCode, &QCheckBox::toggled, ui.checkBox_agree_account,
+                     &QCheckBox::setChecked);
 
     QObject::connect(ui.pushButton_selectServer, &QPushButton::clicked, q, [this] { showServerPanel(true); });
     QObject::connect(ui.pushButton_cancel, &QPushButton::clicked, q, [this] {
@@ -202,7 +205,8 @@ void LoginDlalog::Private::fillNodes()
     QSignalBlocker blocker(ui.comboBox_severSelect);
     ui.comboBox_severSelect->clear();
     for (const NodeEntry &node : nodes)
-        ui.comboBox_severSelect->addItem(QIcon(QString::fromStdString(node.icon)), nodedirectory::label(node, chineseLabels));
+        ui.comboBox_severSelect->addItem(QIcon(QString::fromStdString(node.icon)),
+                                         nodedirectory::label(node, chineseLabels));
     selectCurrentNode();
 }
 
@@ -211,8 +215,8 @@ void LoginDlalog::Private::selectCurrentNode()
     // Without a node no entry looks chosen: the first one is not a choice the user made.
     const int found = nodedirectory::indexOf(nodes, currentNode, currentIdentity);
     ui.comboBox_severSelect->setCurrentIndex(found);
-    ui.pushButton_selectServer->setToolTip(
-        found >= 0 ? nodedirectory::label(nodes[std::size_t(found)], chineseLabels) : QString());
+    ui.pushButton_selectServer->setToolTip(found >= 0 ? nodedirectory::label(nodes[std::size_t(found)], chineseLabels)
+                                                      : QString());
 }
 
 void LoginDlalog::Private::fillCountryCodes()
@@ -250,12 +254,9 @@ void LoginDlalog::Private::retranslate()
     ui.lineEdit_password->setPlaceholderText(text("EnterPassword"));
     ui.checkBox_saveUserName->setText(text("RememberMe"));
     ui.label_forgotPassword->setText(loginlinks::forgotPassword(text("ForgotPassword")));
-    const QString agreement =
-        QStringLiteral("%1 %2 %3 %4")
-            .arg(text("Agree"),
-                 loginlinks::termsOfService(text("TermsOfService")),
-                 text("And"),
-                 loginlinks::privacyPolicy(text("PrivacyPolicy")));
+    const QString agreement = QStringLiteral("%1 %2 %3 %4")
+                                  .arg(text("Agree"), loginlinks::termsOfService(text("TermsOfService")), text("And"),
+                                       loginlinks::privacyPolicy(text("PrivacyPolicy")));
     ui.label_agree_account->setText(agreement);
     ui.label_agree_verfiyCode->setText(agreement);
     ui.lineEdit_phoneNum->setPlaceholderText(text("EnterPhoneNum"));
@@ -279,9 +280,12 @@ void LoginDlalog::Private::retranslate()
 
 QList<QLabel *> LoginDlalog::Private::tipLabels() const
 {
-    return {ui.label_actOrPwdErrorTip, ui.label_serviceAgreement_Tip_account,
-            ui.label_accountTip,       ui.label_passwordTip,
-            ui.label_phoneRightTip,    ui.label_codeRightTip,
+    return {ui.label_actOrPwdErrorTip,
+            ui.label_serviceAgreement_Tip_account,
+            ui.label_accountTip,
+            ui.label_passwordTip,
+            ui.label_phoneRightTip,
+            ui.label_codeRightTip,
             ui.label_serviceAgreement_Tip_phone};
 }
 

@@ -11,9 +11,9 @@ namespace talvor::cloudmaterial {
 struct AliVerifyCodeInfo
 {
     std::int32_t flag = 0;
-    std::string key;       // echoed back by the cloud when the check passes
+    std::string key; // echoed back by the cloud when the check passes
     std::string parameter;
-    std::string phone;     // phone number or e-mail address the code goes to
+    std::string phone; // phone number or e-mail address the code goes to
     std::string sessionId; // the slider's result, three values
     std::string sig;
     std::string templateCode;

@@ -28,8 +28,8 @@ QString webHost()
 
 QString link(const char *prefix, const char *path, const QString &text)
 {
-    return QLatin1String(prefix) + webHost() + QLatin1String(path) + QLatin1String(sourceValue)
-           + QLatin1String("\">") + text + QLatin1String("</a>");
+    return QLatin1String(prefix) + webHost() + QLatin1String(path) + QLatin1String(sourceValue) + QLatin1String("\">")
+        + text + QLatin1String("</a>");
 }
 
 } // namespace

@@ -84,8 +84,7 @@ public:
 
     // POST to a service of the current node's gateway; without a node nothing is sent and
     // the reply is empty, as if the cloud had not answered.
-    HttpReply postService(const char *servicePath, const HttpHeaders &headers, const std::string &body,
-                          bool log) const
+    HttpReply postService(const char *servicePath, const HttpHeaders &headers, const std::string &body, bool log) const
     {
         if (node->host().empty()) {
             qCWarning(lcLogin) << "no cloud node chosen; not sent:" << servicePath;
@@ -104,14 +103,14 @@ public:
     CurrentNode *const node;
 
     std::string token;
-    std::string email;   // where second-factor codes go when the account has no phone
+    std::string email; // where second-factor codes go when the account has no phone
     std::string codeKey; // the key the last code request expects back
     std::string phone;
     std::int64_t protection = 1; // deviceProtect.status of the last login; 0 asks for a second factor
     std::string userName;
-    std::string account;              // what the user typed to log in with a password
+    std::string account; // what the user typed to log in with a password
     std::string loginCreditSignature; // the credit signature that password login carried
-    std::string countryCode;          // the account's, as the last login reply gave it
+    std::string countryCode; // the account's, as the last login reply gave it
     std::int64_t id = 0;
     std::string serialNumber;
     bool codeChecked = false; // the second factor's code passed; a retry only asks for the credit
@@ -249,8 +248,7 @@ LoginResult LoginProtocol::Private::sendDeviceCredit(const SecondVerifyCodeInfo 
         return UnknownError;
     }
 
-    const HttpReply reply =
-        postService(deviceCreditPath, gateway::headersWithToken(token), toJson(request), false);
+    const HttpReply reply = postService(deviceCreditPath, gateway::headersWithToken(token), toJson(request), false);
     if (!reply.ok) {
         const LoginResult result = reply.body.empty() ? UnknownError : resultOfErrorBody(reply.body);
         qCWarning(lcLogin) << "device credit refused:" << int(result);

@@ -20,7 +20,6 @@ namespace talvor::cloudmaterial {
 
 namespace {
 
-
 QString text(const char *key)
 {
     return TranslateManager::text(key);

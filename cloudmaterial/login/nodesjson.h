@@ -20,7 +20,7 @@ struct NodeEntry
 {
     NodeLabel label;
     std::string node; // gateway host: what follows "https://" in every request
-    std::string key;  // the node's identity
+    std::string key; // the node's identity
     std::string icon; // as published; replaced by the local flag image
 };
 AJSON(NodeEntry, label, node, key, icon)

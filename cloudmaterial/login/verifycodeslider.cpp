@@ -186,8 +186,7 @@ void VerifyCodeSlider::setLanguage(const QString &language)
 
 QUrl VerifyCodeSlider::pageUrl()
 {
-    return QUrl::fromLocalFile(QCoreApplication::applicationDirPath()
-                               + QStringLiteral("/cloud/html/nc.html"));
+    return QUrl::fromLocalFile(QCoreApplication::applicationDirPath() + QStringLiteral("/cloud/html/nc.html"));
 }
 
 bool VerifyCodeSlider::placeView(Place place, QWidget *&placeholder)

@@ -9,7 +9,7 @@ namespace talvor::cloudmaterial {
 namespace {
 // Registered at construction; exactly these are removed at destruction.
 const char *const calls[] = {"StartMqtt", "QueryFileIsExist", "DownloadFile"};
-}
+} // namespace
 
 class MultimachineProxyServer::Private
 {
@@ -25,12 +25,16 @@ MultimachineProxyServer::MultimachineProxyServer(IRXRuntime *runtime, QObject *p
     using proxycodec::receiver;
     runtime->registerMessageHandler("StartMqtt", receiver<>([this] { Q_EMIT sigStartMqtt(); }));
     // The request's bool is only there to share the answer's layout.
-    runtime->registerMessageHandler("QueryFileIsExist", receiver<std::string, std::string, bool>(
-        [this](const std::string &id, const std::string &name, bool) { Q_EMIT sigQueryFileIsExist(id, name); }));
-    runtime->registerMessageHandler("DownloadFile", receiver<std::string, std::string, std::string, bool>(
-        [this](const std::string &address, const std::string &id, const std::string &name, bool) {
-            Q_EMIT sigDownloadFile(address, id, name);
-        }));
+    runtime->registerMessageHandler(
+        "QueryFileIsExist",
+        receiver<std::string, std::string, bool>(
+            [this](const std::string &id, const std::string &name, bool) { Q_EMIT sigQueryFileIsExist(id, name); }));
+    runtime->registerMessageHandler(
+        "DownloadFile",
+        receiver<std::string, std::string, std::string, bool>(
+            [this](const std::string &address, const std::string &id, const std::string &name, bool) {
+                Q_EMIT sigDownloadFile(address, id, name);
+            }));
 }
 
 MultimachineProxyServer::~MultimachineProxyServer()

@@ -60,7 +60,10 @@ namespace ajson {
 class exception : public std::exception
 {
 public:
-    explicit exception(std::string message) : m_message(std::move(message)) {}
+    explicit exception(std::string message)
+        : m_message(std::move(message))
+    {
+    }
     const char *what() const noexcept override { return m_message.c_str(); }
 
 private:
@@ -91,8 +94,14 @@ public:
     using std::string::string;
     using std::string::operator=;
     text() = default;
-    text(const std::string &other) : std::string(other) {}
-    text(std::string &&other) noexcept : std::string(std::move(other)) {}
+    text(const std::string &other)
+        : std::string(other)
+    {
+    }
+    text(std::string &&other) noexcept
+        : std::string(std::move(other))
+    {
+    }
 };
 
 namespace detail {
@@ -198,34 +207,33 @@ private:
 // Non-records pick this overload, which makes is_record false.
 void ajson_name_table(...) = delete;
 
-template <class T, class = void>
+template<class T, class = void>
 struct is_record : std::false_type
 {
 };
-template <class T>
-struct is_record<T, std::void_t<decltype(ajson_name_table(static_cast<const T *>(nullptr)))>>
-    : std::true_type
+template<class T>
+struct is_record<T, std::void_t<decltype(ajson_name_table(static_cast<const T *>(nullptr)))>> : std::true_type
 {
 };
 
-template <class T>
+template<class T>
 struct is_vector : std::false_type
 {
 };
-template <class T, class A>
+template<class T, class A>
 struct is_vector<std::vector<T, A>> : std::true_type
 {
 };
 
-template <class T>
+template<class T>
 inline constexpr bool unsupported_type = false;
 
 enum char_class : std::uint8_t {
-    cc_blank = 1,  // TAB LF CR SPACE
-    cc_punct = 2,  // { } [ ] : ,
+    cc_blank = 1, // TAB LF CR SPACE
+    cc_punct = 2, // { } [ ] : ,
     cc_digit = 4,
-    cc_quote_stop = 8,  // bytes that interrupt the scan of a quoted string: " \ LF
-    cc_escape = 16,     // bytes the writer cannot copy as they are
+    cc_quote_stop = 8, // bytes that interrupt the scan of a quoted string: " \ LF
+    cc_escape = 16, // bytes the writer cannot copy as they are
 };
 
 constexpr std::uint8_t classify(unsigned c)
@@ -247,7 +255,8 @@ constexpr std::uint8_t classify(unsigned c)
 struct char_table
 {
     std::uint8_t bits[256];
-    constexpr char_table() : bits()
+    constexpr char_table()
+        : bits()
     {
         for (unsigned c = 0; c < 256; ++c)
             bits[c] = classify(c);
@@ -266,12 +275,12 @@ enum class token_type : std::uint8_t { string, word, integer, real, punct, end }
 struct token
 {
     token_type type = token_type::end;
-    bool negative = false;  // the number had a leading '-'
-    bool escaped = false;   // a string or word holds a backslash
+    bool negative = false; // the number had a leading '-'
+    bool escaped = false; // a string or word holds a backslash
     const char *str = nullptr;
     std::size_t length = 0;
-    std::uint64_t magnitude = 0;  // integers: the digits, sign kept apart in `negative`
-    double value = 0.0;           // floating numbers, sign included
+    std::uint64_t magnitude = 0; // integers: the digits, sign kept apart in `negative`
+    double value = 0.0; // floating numbers, sign included
 };
 
 // Decimal magnitude of a floating token that does not fit a double, to tell overflow from
@@ -462,9 +471,8 @@ private:
         const __m128i lf = _mm_set1_epi8('\n');
         while (m_end - p >= 16) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-            const __m128i hits = _mm_or_si128(
-                _mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
-                _mm_cmpeq_epi8(v, lf));
+            const __m128i hits = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+                                              _mm_cmpeq_epi8(v, lf));
             const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
             if (mask != 0) {
 #if defined(_MSC_VER) && !defined(__clang__)
@@ -592,8 +600,8 @@ inline bool is_text(const token &t)
 // "true" in any letter case; the cloud is not consistent about it.
 inline bool spells_true(const token &t)
 {
-    return t.length == 4 && (t.str[0] | 0x20) == 't' && (t.str[1] | 0x20) == 'r'
-        && (t.str[2] | 0x20) == 'u' && (t.str[3] | 0x20) == 'e';
+    return t.length == 4 && (t.str[0] | 0x20) == 't' && (t.str[1] | 0x20) == 'r' && (t.str[2] | 0x20) == 'u'
+        && (t.str[3] | 0x20) == 'e';
 }
 
 inline bool is_c_space(char c)
@@ -622,8 +630,7 @@ inline std::int64_t text_to_int64(const char *p, const char *end)
             v = v * 10 + digit;
     }
     if (overflow)
-        return negative ? std::numeric_limits<std::int64_t>::min()
-                        : std::numeric_limits<std::int64_t>::max();
+        return negative ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
     return negative ? static_cast<std::int64_t>(0 - v) : static_cast<std::int64_t>(v);
 }
 
@@ -713,14 +720,30 @@ inline bool unescape(const char *p, const char *end, std::string &out)
         if (++p == end)
             return false;
         switch (*p++) {
-        case '"': out.push_back('"'); break;
-        case '/': out.push_back('/'); break;
-        case '\\': out.push_back('\\'); break;
-        case 'b': out.push_back('\b'); break;
-        case 'f': out.push_back('\f'); break;
-        case 'n': out.push_back('\n'); break;
-        case 'r': out.push_back('\r'); break;
-        case 't': out.push_back('\t'); break;
+        case '"':
+            out.push_back('"');
+            break;
+        case '/':
+            out.push_back('/');
+            break;
+        case '\\':
+            out.push_back('\\');
+            break;
+        case 'b':
+            out.push_back('\b');
+            break;
+        case 'f':
+            out.push_back('\f');
+            break;
+        case 'n':
+            out.push_back('\n');
+            break;
+        case 'r':
+            out.push_back('\r');
+            break;
+        case 't':
+            out.push_back('\t');
+            break;
         case 'u': {
             if (end - p < 4)
                 return false;
@@ -755,7 +778,7 @@ inline bool unescape(const char *p, const char *end, std::string &out)
     return true;
 }
 
-template <class T>
+template<class T>
 void read_value(reader &r, T &v);
 
 inline void read_string(reader &r, std::string &v)
@@ -788,10 +811,14 @@ inline bool read_bool(reader &r)
     const token &t = r.current();
     switch (t.type) {
     case token_type::string:
-    case token_type::word: return spells_true(t);
-    case token_type::integer: return t.magnitude != 0;
-    case token_type::real: return t.value != 0.0;  // NaN counts as true
-    default: r.error("not a valid bool.");
+    case token_type::word:
+        return spells_true(t);
+    case token_type::integer:
+        return t.magnitude != 0;
+    case token_type::real:
+        return t.value != 0.0; // NaN counts as true
+    default:
+        r.error("not a valid bool.");
     }
 }
 
@@ -804,8 +831,10 @@ inline std::int64_t read_signed(reader &r)
         return spells_true(t) ? 1 : text_to_int64(t.str, t.str + t.length);
     case token_type::integer:
         return static_cast<std::int64_t>(t.negative ? 0 - t.magnitude : t.magnitude);
-    case token_type::real: return double_to_int64(t.value);  // truncates toward zero
-    default: r.error("not a valid signed integral like number.");
+    case token_type::real:
+        return double_to_int64(t.value); // truncates toward zero
+    default:
+        r.error("not a valid signed integral like number.");
     }
 }
 
@@ -824,7 +853,8 @@ inline std::uint64_t read_unsigned(reader &r)
         if (t.negative)
             r.error("assign a negative float point to unsigned integral number.");
         return double_to_uint64(t.value);
-    default: r.error("not a valid unsigned integral like number.");
+    default:
+        r.error("not a valid unsigned integral like number.");
     }
 }
 
@@ -833,7 +863,8 @@ inline double read_double(reader &r)
     const token &t = r.current();
     switch (t.type) {
     case token_type::string:
-    case token_type::word: return spells_true(t) ? 1.0 : text_to_double(t.str, t.str + t.length);
+    case token_type::word:
+        return spells_true(t) ? 1.0 : text_to_double(t.str, t.str + t.length);
     case token_type::integer: {
         // Twenty digits and more may have wrapped in 64 bits; the writer itself produces such
         // integers for large doubles.
@@ -842,8 +873,10 @@ inline double read_double(reader &r)
         const double d = static_cast<double>(t.magnitude);
         return t.negative ? -d : d;
     }
-    case token_type::real: return t.value;
-    default: r.error("not a valid float point number.");
+    case token_type::real:
+        return t.value;
+    default:
+        r.error("not a valid float point number.");
     }
 }
 
@@ -897,7 +930,7 @@ inline void skip_value(reader &r)
 }
 
 // Reads the members of an object whose `{` is the current token.
-template <class T>
+template<class T>
 void read_members(reader &r, T &record)
 {
     const name_table &names = ajson_name_table(static_cast<const T *>(nullptr));
@@ -940,7 +973,7 @@ void read_members(reader &r, T &record)
     r.leave();
 }
 
-template <class V>
+template<class V>
 void read_vector(reader &r, V &v)
 {
     if (!r.is_punct('[')) {
@@ -979,7 +1012,7 @@ void read_vector(reader &r, V &v)
 }
 
 // Reads the value that starts at the current token into v.
-template <class T>
+template<class T>
 void read_value(reader &r, T &v)
 {
     if constexpr (std::is_same_v<T, std::string>) {
@@ -1014,11 +1047,15 @@ void read_value(reader &r, T &v)
 
 inline constexpr char hex_upper[] = "0123456789ABCDEF";
 
-template <class S>
+template<class S>
 void write_u_escape(S &s, unsigned unit)
 {
-    const char buf[6] = {'\\', 'u', hex_upper[unit >> 12 & 0xF], hex_upper[unit >> 8 & 0xF],
-                         hex_upper[unit >> 4 & 0xF], hex_upper[unit & 0xF]};
+    const char buf[6] = {'\\',
+                         'u',
+                         hex_upper[unit >> 12 & 0xF],
+                         hex_upper[unit >> 8 & 0xF],
+                         hex_upper[unit >> 4 & 0xF],
+                         hex_upper[unit & 0xF]};
     s.write(buf, 6);
 }
 
@@ -1051,7 +1088,7 @@ inline std::size_t decode_utf8(const unsigned char *p, const unsigned char *end,
     return 0;
 }
 
-template <class S>
+template<class S>
 void write_string(S &s, const std::string &v)
 {
     s.put('"');
@@ -1067,17 +1104,32 @@ void write_string(S &s, const std::string &v)
             break;
         const unsigned char c = static_cast<unsigned char>(*p);
         if (c == 0)
-            break;  // the text ends at its first NUL
+            break; // the text ends at its first NUL
         char pair = 0;
         switch (c) {
-        case '"': pair = '"'; break;
-        case '\\': pair = '\\'; break;
-        case '\b': pair = 'b'; break;
-        case '\t': pair = 't'; break;
-        case '\n': pair = 'n'; break;
-        case '\f': pair = 'f'; break;
-        case '\r': pair = 'r'; break;
-        default: break;
+        case '"':
+            pair = '"';
+            break;
+        case '\\':
+            pair = '\\';
+            break;
+        case '\b':
+            pair = 'b';
+            break;
+        case '\t':
+            pair = 't';
+            break;
+        case '\n':
+            pair = 'n';
+            break;
+        case '\f':
+            pair = 'f';
+            break;
+        case '\r':
+            pair = 'r';
+            break;
+        default:
+            break;
         }
         if (pair) {
             const char buf[2] = {'\\', pair};
@@ -1088,8 +1140,8 @@ void write_string(S &s, const std::string &v)
         unsigned cp = c;
         std::size_t n = 1;
         if (c >= 0x80) {
-            n = decode_utf8(reinterpret_cast<const unsigned char *>(p),
-                            reinterpret_cast<const unsigned char *>(end), cp);
+            n = decode_utf8(reinterpret_cast<const unsigned char *>(p), reinterpret_cast<const unsigned char *>(end),
+                            cp);
             // A byte that starts no valid sequence stands for itself.
             if (n == 0) {
                 n = 1;
@@ -1105,10 +1157,10 @@ void write_string(S &s, const std::string &v)
     s.put('"');
 }
 
-template <class S, class T>
+template<class S, class T>
 void write_value(S &s, const T &v);
 
-template <class S, class T>
+template<class S, class T>
 void write_record(S &s, const T &record)
 {
     const name_table &names = ajson_name_table(static_cast<const T *>(nullptr));
@@ -1122,7 +1174,7 @@ void write_record(S &s, const T &record)
     s.put('}');
 }
 
-template <class S, class T>
+template<class S, class T>
 void write_value(S &s, const T &v)
 {
     if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, text>) {
@@ -1147,8 +1199,7 @@ void write_value(S &s, const T &v)
             s.write(buf, static_cast<std::size_t>(r.ptr - buf));
         } else {
             // JSON has no spelling for these; a quoted text reads back to the same value.
-            s.write(std::isnan(d) ? "\"nan\"" : d > 0 ? "\"inf\"" : "\"-inf\"",
-                    std::isnan(d) ? 5 : d > 0 ? 5 : 6);
+            s.write(std::isnan(d) ? "\"nan\"" : d > 0 ? "\"inf\"" : "\"-inf\"", std::isnan(d) ? 5 : d > 0 ? 5 : 6);
         }
     } else if constexpr (is_vector<T>::value) {
         s.put('[');
@@ -1167,14 +1218,14 @@ void write_value(S &s, const T &v)
     }
 }
 
-}  // namespace detail
+} // namespace detail
 
 // ---------------------------------------------------------------------------------------------
 // Entry points
 
 // Reads text (length bytes, or up to the first NUL when length is 0) into record. Members whose
 // key is absent keep their values; on an error the members read so far keep theirs too.
-template <class T>
+template<class T>
 void load_from_buff(T &record, const char *text, std::size_t length = 0)
 {
     static_assert(detail::is_record<T>::value, "ajson: declare the record type with AJSON(...)");
@@ -1185,7 +1236,7 @@ void load_from_buff(T &record, const char *text, std::size_t length = 0)
     detail::read_members(r, record);
 }
 
-template <class T>
+template<class T>
 void load_from_file(T &record, const char *path)
 {
     std::ifstream in(path, std::ios::in | std::ios::binary);
@@ -1207,7 +1258,7 @@ void load_from_file(T &record, const char *path)
 
 // Writes record compactly to any stream with write(const char*, n) and put(char). A standard
 // stream gets the whole text in one write: its per-call overhead is far above ours.
-template <class Stream, class T>
+template<class Stream, class T>
 void save_to(Stream &stream, const T &record)
 {
     static_assert(detail::is_record<T>::value, "ajson: declare the record type with AJSON(...)");
@@ -1220,7 +1271,7 @@ void save_to(Stream &stream, const T &record)
     }
 }
 
-template <class T>
+template<class T>
 void save_to_file(const T &record, const char *path)
 {
     string_stream text;
@@ -1233,7 +1284,7 @@ void save_to_file(const T &record, const char *path)
         throw std::logic_error(std::string("can't write file:") + path);
 }
 
-}  // namespace ajson
+} // namespace ajson
 
 // ---------------------------------------------------------------------------------------------
 // The record declaration. AJSON(Type, a, b, c) defines, in Type's namespace:
@@ -1245,178 +1296,177 @@ void save_to_file(const T &record, const char *path)
 #define AJSON_DETAIL_EXPAND(x) x
 #define AJSON_DETAIL_CAT(a, b) AJSON_DETAIL_CAT_I(a, b)
 #define AJSON_DETAIL_CAT_I(a, b) a##b
-#define AJSON_DETAIL_ARG_N(_1, _2, _3, _4, _5, _6, _7, _8, _9, _10, _11, _12, _13, _14, _15, _16, \
-    _17, _18, _19, _20, _21, _22, _23, _24, _25, _26, _27, _28, _29, _30, _31, _32, _33, _34, \
-    _35, _36, _37, _38, _39, _40, _41, _42, _43, _44, _45, _46, _47, _48, _49, _50, _51, _52, \
-    _53, _54, _55, _56, _57, _58, _59, _60, _61, _62, _63, _64, _65, _66, _67, _68, _69, _70, \
-    _71, _72, _73, _74, _75, _76, _77, _78, _79, _80, _81, _82, _83, _84, _85, _86, _87, _88, \
-    _89, _90, _91, _92, _93, _94, _95, _96, _97, _98, _99, _100, _101, _102, _103, _104, _105, \
-    _106, _107, _108, _109, _110, _111, _112, _113, _114, _115, _116, _117, _118, _119, _120, \
-    _121, _122, _123, _124, _125, _126, _127, _128, N, ...) N
-#define AJSON_DETAIL_NARG(...) \
-  AJSON_DETAIL_EXPAND(AJSON_DETAIL_ARG_N(__VA_ARGS__, \
-    128, 127, 126, 125, 124, 123, 122, 121, 120, 119, 118, 117, 116, 115, 114, 113, 112, 111, \
-    110, 109, 108, 107, 106, 105, 104, 103, 102, 101, 100, 99, 98, 97, 96, 95, 94, 93, 92, 91, \
-    90, 89, 88, 87, 86, 85, 84, 83, 82, 81, 80, 79, 78, 77, 76, 75, 74, 73, 72, 71, 70, 69, 68, \
-    67, 66, 65, 64, 63, 62, 61, 60, 59, 58, 57, 56, 55, 54, 53, 52, 51, 50, 49, 48, 47, 46, 45, \
-    44, 43, 42, 41, 40, 39, 38, 37, 36, 35, 34, 33, 32, 31, 30, 29, 28, 27, 26, 25, 24, 23, 22, \
-    21, 20, 19, 18, 17, 16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1))
-#define AJSON_DETAIL_FE_1(M, N, x) M((N) - 1, x)
-#define AJSON_DETAIL_FE_2(M, N, x, ...) M((N) - 2, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_1(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_3(M, N, x, ...) M((N) - 3, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_2(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_4(M, N, x, ...) M((N) - 4, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_3(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_5(M, N, x, ...) M((N) - 5, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_4(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_6(M, N, x, ...) M((N) - 6, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_5(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_7(M, N, x, ...) M((N) - 7, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_6(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_8(M, N, x, ...) M((N) - 8, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_7(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_9(M, N, x, ...) M((N) - 9, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_8(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_10(M, N, x, ...) M((N) - 10, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_9(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_11(M, N, x, ...) M((N) - 11, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_10(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_12(M, N, x, ...) M((N) - 12, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_11(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_13(M, N, x, ...) M((N) - 13, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_12(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_14(M, N, x, ...) M((N) - 14, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_13(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_15(M, N, x, ...) M((N) - 15, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_14(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_16(M, N, x, ...) M((N) - 16, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_15(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_17(M, N, x, ...) M((N) - 17, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_16(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_18(M, N, x, ...) M((N) - 18, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_17(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_19(M, N, x, ...) M((N) - 19, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_18(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_20(M, N, x, ...) M((N) - 20, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_19(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_21(M, N, x, ...) M((N) - 21, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_20(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_22(M, N, x, ...) M((N) - 22, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_21(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_23(M, N, x, ...) M((N) - 23, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_22(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_24(M, N, x, ...) M((N) - 24, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_23(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_25(M, N, x, ...) M((N) - 25, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_24(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_26(M, N, x, ...) M((N) - 26, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_25(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_27(M, N, x, ...) M((N) - 27, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_26(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_28(M, N, x, ...) M((N) - 28, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_27(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_29(M, N, x, ...) M((N) - 29, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_28(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_30(M, N, x, ...) M((N) - 30, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_29(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_31(M, N, x, ...) M((N) - 31, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_30(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_32(M, N, x, ...) M((N) - 32, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_31(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_33(M, N, x, ...) M((N) - 33, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_32(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_34(M, N, x, ...) M((N) - 34, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_33(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_35(M, N, x, ...) M((N) - 35, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_34(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_36(M, N, x, ...) M((N) - 36, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_35(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_37(M, N, x, ...) M((N) - 37, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_36(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_38(M, N, x, ...) M((N) - 38, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_37(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_39(M, N, x, ...) M((N) - 39, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_38(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_40(M, N, x, ...) M((N) - 40, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_39(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_41(M, N, x, ...) M((N) - 41, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_40(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_42(M, N, x, ...) M((N) - 42, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_41(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_43(M, N, x, ...) M((N) - 43, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_42(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_44(M, N, x, ...) M((N) - 44, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_43(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_45(M, N, x, ...) M((N) - 45, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_44(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_46(M, N, x, ...) M((N) - 46, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_45(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_47(M, N, x, ...) M((N) - 47, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_46(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_48(M, N, x, ...) M((N) - 48, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_47(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_49(M, N, x, ...) M((N) - 49, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_48(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_50(M, N, x, ...) M((N) - 50, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_49(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_51(M, N, x, ...) M((N) - 51, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_50(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_52(M, N, x, ...) M((N) - 52, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_51(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_53(M, N, x, ...) M((N) - 53, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_52(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_54(M, N, x, ...) M((N) - 54, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_53(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_55(M, N, x, ...) M((N) - 55, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_54(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_56(M, N, x, ...) M((N) - 56, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_55(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_57(M, N, x, ...) M((N) - 57, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_56(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_58(M, N, x, ...) M((N) - 58, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_57(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_59(M, N, x, ...) M((N) - 59, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_58(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_60(M, N, x, ...) M((N) - 60, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_59(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_61(M, N, x, ...) M((N) - 61, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_60(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_62(M, N, x, ...) M((N) - 62, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_61(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_63(M, N, x, ...) M((N) - 63, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_62(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_64(M, N, x, ...) M((N) - 64, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_63(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_65(M, N, x, ...) M((N) - 65, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_64(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_66(M, N, x, ...) M((N) - 66, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_65(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_67(M, N, x, ...) M((N) - 67, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_66(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_68(M, N, x, ...) M((N) - 68, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_67(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_69(M, N, x, ...) M((N) - 69, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_68(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_70(M, N, x, ...) M((N) - 70, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_69(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_71(M, N, x, ...) M((N) - 71, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_70(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_72(M, N, x, ...) M((N) - 72, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_71(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_73(M, N, x, ...) M((N) - 73, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_72(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_74(M, N, x, ...) M((N) - 74, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_73(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_75(M, N, x, ...) M((N) - 75, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_74(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_76(M, N, x, ...) M((N) - 76, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_75(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_77(M, N, x, ...) M((N) - 77, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_76(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_78(M, N, x, ...) M((N) - 78, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_77(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_79(M, N, x, ...) M((N) - 79, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_78(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_80(M, N, x, ...) M((N) - 80, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_79(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_81(M, N, x, ...) M((N) - 81, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_80(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_82(M, N, x, ...) M((N) - 82, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_81(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_83(M, N, x, ...) M((N) - 83, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_82(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_84(M, N, x, ...) M((N) - 84, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_83(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_85(M, N, x, ...) M((N) - 85, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_84(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_86(M, N, x, ...) M((N) - 86, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_85(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_87(M, N, x, ...) M((N) - 87, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_86(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_88(M, N, x, ...) M((N) - 88, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_87(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_89(M, N, x, ...) M((N) - 89, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_88(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_90(M, N, x, ...) M((N) - 90, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_89(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_91(M, N, x, ...) M((N) - 91, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_90(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_92(M, N, x, ...) M((N) - 92, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_91(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_93(M, N, x, ...) M((N) - 93, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_92(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_94(M, N, x, ...) M((N) - 94, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_93(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_95(M, N, x, ...) M((N) - 95, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_94(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_96(M, N, x, ...) M((N) - 96, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_95(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_97(M, N, x, ...) M((N) - 97, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_96(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_98(M, N, x, ...) M((N) - 98, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_97(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_99(M, N, x, ...) M((N) - 99, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_98(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_100(M, N, x, ...) M((N) - 100, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_99(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_101(M, N, x, ...) M((N) - 101, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_100(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_102(M, N, x, ...) M((N) - 102, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_101(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_103(M, N, x, ...) M((N) - 103, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_102(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_104(M, N, x, ...) M((N) - 104, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_103(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_105(M, N, x, ...) M((N) - 105, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_104(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_106(M, N, x, ...) M((N) - 106, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_105(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_107(M, N, x, ...) M((N) - 107, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_106(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_108(M, N, x, ...) M((N) - 108, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_107(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_109(M, N, x, ...) M((N) - 109, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_108(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_110(M, N, x, ...) M((N) - 110, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_109(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_111(M, N, x, ...) M((N) - 111, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_110(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_112(M, N, x, ...) M((N) - 112, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_111(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_113(M, N, x, ...) M((N) - 113, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_112(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_114(M, N, x, ...) M((N) - 114, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_113(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_115(M, N, x, ...) M((N) - 115, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_114(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_116(M, N, x, ...) M((N) - 116, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_115(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_117(M, N, x, ...) M((N) - 117, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_116(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_118(M, N, x, ...) M((N) - 118, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_117(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_119(M, N, x, ...) M((N) - 119, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_118(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_120(M, N, x, ...) M((N) - 120, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_119(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_121(M, N, x, ...) M((N) - 121, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_120(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_122(M, N, x, ...) M((N) - 122, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_121(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_123(M, N, x, ...) M((N) - 123, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_122(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_124(M, N, x, ...) M((N) - 124, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_123(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_125(M, N, x, ...) M((N) - 125, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_124(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_126(M, N, x, ...) M((N) - 126, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_125(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_127(M, N, x, ...) M((N) - 127, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_126(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FE_128(M, N, x, ...) M((N) - 128, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_127(M, N, __VA_ARGS__))
-#define AJSON_DETAIL_FOR_EACH(M, ...) \
-  AJSON_DETAIL_EXPAND(AJSON_DETAIL_CAT(AJSON_DETAIL_FE_, AJSON_DETAIL_NARG(__VA_ARGS__))( \
-      M, AJSON_DETAIL_NARG(__VA_ARGS__), __VA_ARGS__))
+#define AJSON_DETAIL_ARG_N(                                                                                            \
+    _1, _2, _3, _4, _5, _6, _7, _8, _9, _10, _11, _12, _13, _14, _15, _16, _17, _18, _19, _20, _21, _22, _23, _24,     \
+    _25, _26, _27, _28, _29, _30, _31, _32, _33, _34, _35, _36, _37, _38, _39, _40, _41, _42, _43, _44, _45, _46, _47, \
+    _48, _49, _50, _51, _52, _53, _54, _55, _56, _57, _58, _59, _60, _61, _62, _63, _64, _65, _66, _67, _68, _69, _70, \
+    _71, _72, _73, _74, _75, _76, _77, _78, _79, _80, _81, _82, _83, _84, _85, _86, _87, _88, _89, _90, _91, _92, _93, \
+    _94, _95, _96, _97, _98, _99, _100, _101, _102, _103, _104, _105, _106, _107, _108, _109, _110, _111, _112, _113,  \
+    _114, _115, _116, _117, _118, _119, _120, _121, _122, _123, _124, _125, _126, _127, _128, N, ...)                  \
+    N
+#define AJSON_DETAIL_NARG(...)                                                                                         \
+    AJSON_DETAIL_EXPAND(                                                                                               \
+        AJSON_DETAIL_ARG_N(__VA_ARGS__, 128, 127, 126, 125, 124, 123, 122, 121, 120, 119, 118, 117, 116, 115, 114,     \
+                           113, 112, 111, 110, 109, 108, 107, 106, 105, 104, 103, 102, 101, 100, 99, 98, 97, 96, 95,   \
+                           94, 93, 92, 91, 90, 89, 88, 87, 86, 85, 84, 83, 82, 81, 80, 79, 78, 77, 76, 75, 74, 73, 72, \
+                           71, 70, 69, 68, 67, 66, 65, 64, 63, 62, 61, 60, 59, 58, 57, 56, 55, 54, 53, 52, 51, 50, 49, \
+                           48, 47, 46, 45, 44, 43, 42, 41, 40, 39, 38, 37, 36, 35, 34, 33, 32, 31, 30, 29, 28, 27, 26, \
+                           25, 24, 23, 22, 21, 20, 19, 18, 17, 16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1))
+#define AJSON_DETAIL_FE_1(M, N, x) M((N)-1, x)
+#define AJSON_DETAIL_FE_2(M, N, x, ...) M((N)-2, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_1(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_3(M, N, x, ...) M((N)-3, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_2(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_4(M, N, x, ...) M((N)-4, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_3(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_5(M, N, x, ...) M((N)-5, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_4(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_6(M, N, x, ...) M((N)-6, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_5(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_7(M, N, x, ...) M((N)-7, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_6(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_8(M, N, x, ...) M((N)-8, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_7(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_9(M, N, x, ...) M((N)-9, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_8(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_10(M, N, x, ...) M((N)-10, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_9(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_11(M, N, x, ...) M((N)-11, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_10(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_12(M, N, x, ...) M((N)-12, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_11(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_13(M, N, x, ...) M((N)-13, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_12(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_14(M, N, x, ...) M((N)-14, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_13(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_15(M, N, x, ...) M((N)-15, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_14(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_16(M, N, x, ...) M((N)-16, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_15(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_17(M, N, x, ...) M((N)-17, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_16(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_18(M, N, x, ...) M((N)-18, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_17(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_19(M, N, x, ...) M((N)-19, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_18(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_20(M, N, x, ...) M((N)-20, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_19(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_21(M, N, x, ...) M((N)-21, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_20(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_22(M, N, x, ...) M((N)-22, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_21(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_23(M, N, x, ...) M((N)-23, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_22(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_24(M, N, x, ...) M((N)-24, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_23(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_25(M, N, x, ...) M((N)-25, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_24(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_26(M, N, x, ...) M((N)-26, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_25(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_27(M, N, x, ...) M((N)-27, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_26(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_28(M, N, x, ...) M((N)-28, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_27(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_29(M, N, x, ...) M((N)-29, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_28(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_30(M, N, x, ...) M((N)-30, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_29(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_31(M, N, x, ...) M((N)-31, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_30(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_32(M, N, x, ...) M((N)-32, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_31(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_33(M, N, x, ...) M((N)-33, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_32(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_34(M, N, x, ...) M((N)-34, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_33(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_35(M, N, x, ...) M((N)-35, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_34(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_36(M, N, x, ...) M((N)-36, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_35(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_37(M, N, x, ...) M((N)-37, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_36(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_38(M, N, x, ...) M((N)-38, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_37(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_39(M, N, x, ...) M((N)-39, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_38(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_40(M, N, x, ...) M((N)-40, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_39(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_41(M, N, x, ...) M((N)-41, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_40(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_42(M, N, x, ...) M((N)-42, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_41(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_43(M, N, x, ...) M((N)-43, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_42(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_44(M, N, x, ...) M((N)-44, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_43(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_45(M, N, x, ...) M((N)-45, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_44(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_46(M, N, x, ...) M((N)-46, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_45(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_47(M, N, x, ...) M((N)-47, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_46(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_48(M, N, x, ...) M((N)-48, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_47(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_49(M, N, x, ...) M((N)-49, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_48(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_50(M, N, x, ...) M((N)-50, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_49(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_51(M, N, x, ...) M((N)-51, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_50(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_52(M, N, x, ...) M((N)-52, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_51(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_53(M, N, x, ...) M((N)-53, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_52(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_54(M, N, x, ...) M((N)-54, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_53(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_55(M, N, x, ...) M((N)-55, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_54(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_56(M, N, x, ...) M((N)-56, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_55(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_57(M, N, x, ...) M((N)-57, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_56(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_58(M, N, x, ...) M((N)-58, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_57(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_59(M, N, x, ...) M((N)-59, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_58(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_60(M, N, x, ...) M((N)-60, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_59(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_61(M, N, x, ...) M((N)-61, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_60(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_62(M, N, x, ...) M((N)-62, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_61(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_63(M, N, x, ...) M((N)-63, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_62(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_64(M, N, x, ...) M((N)-64, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_63(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_65(M, N, x, ...) M((N)-65, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_64(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_66(M, N, x, ...) M((N)-66, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_65(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_67(M, N, x, ...) M((N)-67, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_66(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_68(M, N, x, ...) M((N)-68, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_67(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_69(M, N, x, ...) M((N)-69, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_68(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_70(M, N, x, ...) M((N)-70, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_69(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_71(M, N, x, ...) M((N)-71, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_70(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_72(M, N, x, ...) M((N)-72, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_71(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_73(M, N, x, ...) M((N)-73, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_72(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_74(M, N, x, ...) M((N)-74, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_73(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_75(M, N, x, ...) M((N)-75, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_74(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_76(M, N, x, ...) M((N)-76, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_75(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_77(M, N, x, ...) M((N)-77, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_76(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_78(M, N, x, ...) M((N)-78, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_77(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_79(M, N, x, ...) M((N)-79, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_78(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_80(M, N, x, ...) M((N)-80, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_79(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_81(M, N, x, ...) M((N)-81, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_80(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_82(M, N, x, ...) M((N)-82, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_81(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_83(M, N, x, ...) M((N)-83, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_82(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_84(M, N, x, ...) M((N)-84, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_83(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_85(M, N, x, ...) M((N)-85, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_84(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_86(M, N, x, ...) M((N)-86, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_85(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_87(M, N, x, ...) M((N)-87, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_86(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_88(M, N, x, ...) M((N)-88, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_87(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_89(M, N, x, ...) M((N)-89, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_88(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_90(M, N, x, ...) M((N)-90, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_89(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_91(M, N, x, ...) M((N)-91, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_90(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_92(M, N, x, ...) M((N)-92, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_91(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_93(M, N, x, ...) M((N)-93, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_92(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_94(M, N, x, ...) M((N)-94, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_93(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_95(M, N, x, ...) M((N)-95, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_94(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_96(M, N, x, ...) M((N)-96, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_95(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_97(M, N, x, ...) M((N)-97, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_96(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_98(M, N, x, ...) M((N)-98, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_97(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_99(M, N, x, ...) M((N)-99, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_98(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_100(M, N, x, ...) M((N)-100, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_99(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_101(M, N, x, ...) M((N)-101, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_100(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_102(M, N, x, ...) M((N)-102, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_101(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_103(M, N, x, ...) M((N)-103, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_102(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_104(M, N, x, ...) M((N)-104, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_103(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_105(M, N, x, ...) M((N)-105, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_104(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_106(M, N, x, ...) M((N)-106, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_105(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_107(M, N, x, ...) M((N)-107, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_106(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_108(M, N, x, ...) M((N)-108, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_107(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_109(M, N, x, ...) M((N)-109, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_108(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_110(M, N, x, ...) M((N)-110, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_109(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_111(M, N, x, ...) M((N)-111, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_110(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_112(M, N, x, ...) M((N)-112, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_111(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_113(M, N, x, ...) M((N)-113, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_112(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_114(M, N, x, ...) M((N)-114, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_113(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_115(M, N, x, ...) M((N)-115, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_114(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_116(M, N, x, ...) M((N)-116, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_115(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_117(M, N, x, ...) M((N)-117, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_116(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_118(M, N, x, ...) M((N)-118, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_117(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_119(M, N, x, ...) M((N)-119, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_118(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_120(M, N, x, ...) M((N)-120, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_119(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_121(M, N, x, ...) M((N)-121, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_120(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_122(M, N, x, ...) M((N)-122, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_121(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_123(M, N, x, ...) M((N)-123, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_122(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_124(M, N, x, ...) M((N)-124, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_123(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_125(M, N, x, ...) M((N)-125, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_124(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_126(M, N, x, ...) M((N)-126, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_125(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_127(M, N, x, ...) M((N)-127, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_126(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FE_128(M, N, x, ...) M((N)-128, x) AJSON_DETAIL_EXPAND(AJSON_DETAIL_FE_127(M, N, __VA_ARGS__))
+#define AJSON_DETAIL_FOR_EACH(M, ...)                                                                                  \
+    AJSON_DETAIL_EXPAND(AJSON_DETAIL_CAT(AJSON_DETAIL_FE_, AJSON_DETAIL_NARG(__VA_ARGS__))(                            \
+        M, AJSON_DETAIL_NARG(__VA_ARGS__), __VA_ARGS__))
 
-#define AJSON_DETAIL_CASE(i, m) \
-    case i: \
-        f(record.m); \
+#define AJSON_DETAIL_CASE(i, m)                                                                                        \
+    case i:                                                                                                            \
+        f(record.m);                                                                                                   \
         break;
 #define AJSON_DETAIL_CALL(i, m) f(i, record.m);
 
-#define AJSON(TYPE, ...) \
-    inline const ::ajson::detail::name_table &ajson_name_table(const TYPE *) \
-    { \
-        static const ::ajson::detail::name_table table(#__VA_ARGS__, \
-                                                       AJSON_DETAIL_NARG(__VA_ARGS__)); \
-        return table; \
-    } \
-    template <class F> \
-    inline void ajson_member_at(TYPE &record, std::size_t index, F &&f) \
-    { \
-        switch (index) { \
-            AJSON_DETAIL_FOR_EACH(AJSON_DETAIL_CASE, __VA_ARGS__) \
-        default: \
-            break; \
-        } \
-    } \
-    template <class F> \
-    inline void ajson_for_each_member(const TYPE &record, F &&f) \
-    { \
-        AJSON_DETAIL_FOR_EACH(AJSON_DETAIL_CALL, __VA_ARGS__) \
+#define AJSON(TYPE, ...)                                                                                               \
+    inline const ::ajson::detail::name_table &ajson_name_table(const TYPE *)                                           \
+    {                                                                                                                  \
+        static const ::ajson::detail::name_table table(#__VA_ARGS__, AJSON_DETAIL_NARG(__VA_ARGS__));                  \
+        return table;                                                                                                  \
+    }                                                                                                                  \
+    template<class F>                                                                                                  \
+    inline void ajson_member_at(TYPE &record, std::size_t index, F &&f)                                                \
+    {                                                                                                                  \
+        switch (index) {                                                                                               \
+            AJSON_DETAIL_FOR_EACH(AJSON_DETAIL_CASE, __VA_ARGS__)                                                      \
+        default:                                                                                                       \
+            break;                                                                                                     \
+        }                                                                                                              \
+    }                                                                                                                  \
+    template<class F>                                                                                                  \
+    inline void ajson_for_each_member(const TYPE &record, F &&f)                                                       \
+    {                                                                                                                  \
+        AJSON_DETAIL_FOR_EACH(AJSON_DETAIL_CALL, __VA_ARGS__)                                                          \
     }

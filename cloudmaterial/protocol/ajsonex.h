@@ -21,11 +21,11 @@ inline const QLoggingCategory &jsonLog()
     return category;
 }
 
-}  // namespace detail
+} // namespace detail
 
 // The file name of the log records is fixed: it is what the module's log readers look for.
 // "{}" in the buffer message is kept on purpose; this line goes through Qt's stream logger.
-template <typename T>
+template<typename T>
 void load_from_buff_nothrow(T &record, const char *text, std::size_t length = 0)
 {
     try {
@@ -33,14 +33,13 @@ void load_from_buff_nothrow(T &record, const char *text, std::size_t length = 0)
     } catch (const std::exception &e) {
         const QLoggingCategory &category = detail::jsonLog();
         if (category.isInfoEnabled()) {
-            QMessageLogger("cloudmaterial/ajsonex", __LINE__, Q_FUNC_INFO, category.categoryName())
-                    .info()
+            QMessageLogger("cloudmaterial/ajsonex", __LINE__, Q_FUNC_INFO, category.categoryName()).info()
                 << "load from buff throw exception: e.what() is:{}" << e.what();
         }
     }
 }
 
-template <typename T>
+template<typename T>
 void load_from_file_nothrow(T &record, const char *path)
 {
     try {
@@ -48,11 +47,10 @@ void load_from_file_nothrow(T &record, const char *path)
     } catch (const std::exception &e) {
         const QLoggingCategory &category = detail::jsonLog();
         if (category.isInfoEnabled()) {
-            QMessageLogger("cloudmaterial/ajsonex", __LINE__, Q_FUNC_INFO, category.categoryName())
-                    .info()
+            QMessageLogger("cloudmaterial/ajsonex", __LINE__, Q_FUNC_INFO, category.categoryName()).info()
                 << "load from file throw exception: e.what() is:" << e.what();
         }
     }
 }
 
-}  // namespace ajson
+} // namespace ajson

@@ -68,9 +68,7 @@ void Callback::message_arrived(mqtt::const_message_ptr msg)
         handlers->messageHandler(msg->get_topic(), msg->to_string());
 }
 
-void Callback::delivery_complete(mqtt::delivery_token_ptr /*token*/)
-{
-}
+void Callback::delivery_complete(mqtt::delivery_token_ptr /*token*/) { }
 
 void Callback::on_failure(const mqtt::token & /*token*/)
 {

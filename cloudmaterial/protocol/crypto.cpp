@@ -22,12 +22,14 @@ namespace {
 constexpr std::size_t kAes256KeyBytes = 32;
 constexpr std::size_t kAesIvBytes = 16;
 
-struct CipherCtxFree {
+struct CipherCtxFree
+{
     void operator()(EVP_CIPHER_CTX *ctx) const { EVP_CIPHER_CTX_free(ctx); }
 };
 using CipherCtxPtr = std::unique_ptr<EVP_CIPHER_CTX, CipherCtxFree>;
 
-struct BioFree {
+struct BioFree
+{
     void operator()(BIO *bio) const { BIO_free(bio); }
 };
 using BioPtr = std::unique_ptr<BIO, BioFree>;
@@ -44,7 +46,8 @@ const unsigned char *uchars(const std::string &s)
 
 // The texts of one AES function's steps, and whether it reports OpenSSL's error on stderr
 // (the ECB pair does, the CBC pair stays silent).
-struct AesSteps {
+struct AesSteps
+{
     const char *initialize;
     const char *update;
     const char *finalize;
@@ -106,8 +109,8 @@ std::string aesEncrypt(const EVP_CIPHER *cipher, const AesSteps &steps, const st
     return out;
 }
 
-std::string aesDecrypt(const EVP_CIPHER *cipher, const AesSteps &steps, const std::string &in,
-                       const std::string &key, const std::string *iv)
+std::string aesDecrypt(const EVP_CIPHER *cipher, const AesSteps &steps, const std::string &in, const std::string &key,
+                       const std::string *iv)
 {
     ERR_clear_error();
     CipherCtxPtr ctx(EVP_CIPHER_CTX_new());
@@ -138,7 +141,8 @@ std::string aesDecrypt(const EVP_CIPHER *cipher, const AesSteps &steps, const st
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
-struct RsaFree {
+struct RsaFree
+{
     void operator()(RSA *rsa) const { RSA_free(rsa); }
 };
 
@@ -149,8 +153,8 @@ std::string pkcs1PublicEncrypt(BIO *bio, const std::string &plain)
     if (!rsa || plain.size() > static_cast<std::size_t>(INT_MAX))
         return {};
     std::string out(static_cast<std::size_t>(RSA_size(rsa.get())), '\0');
-    const int length = RSA_public_encrypt(static_cast<int>(plain.size()), uchars(plain), uchars(out),
-                                          rsa.get(), RSA_PKCS1_PADDING);
+    const int length =
+        RSA_public_encrypt(static_cast<int>(plain.size()), uchars(plain), uchars(out), rsa.get(), RSA_PKCS1_PADDING);
     if (length < 0)
         return {};
     out.resize(static_cast<std::size_t>(length));

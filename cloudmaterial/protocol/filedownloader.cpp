@@ -54,8 +54,7 @@ DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const
 
     QEventLoop loop;
     // Every arrival decides the result; the last one counts.
-    QObject::connect(reply, &QNetworkReply::readyRead, &loop,
-                     [&] { result = handleResponse(reply, tempPath); });
+    QObject::connect(reply, &QNetworkReply::readyRead, &loop, [&] { result = handleResponse(reply, tempPath); });
     QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
     // Asked on this thread, so nothing is ever posted to a downloader that may be gone.
     QTimer stopPoll;
@@ -126,7 +125,8 @@ DownloadStatus FileDownloader::Private::handleResponse(QNetworkReply *reply, con
     // An error page is not the file, even when the network layer has not flagged it yet.
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (status != 0 && status != 200 && status != 206) {
-        qCWarning(lcDownload).nospace().noquote() << "Download failed: " << "HTTP status " << status;
+        qCWarning(lcDownload).nospace().noquote() << "Download failed: "
+                                                  << "HTTP status " << status;
         return Failed;
     }
 

@@ -108,10 +108,12 @@ HttpClientWrapper::HttpClientWrapper(std::shared_ptr<WorkerPool> pool)
     : d(std::make_unique<Private>())
 {
     d->pool = std::move(pool);
-    d->pool->enqueue([this] {
-           d->workerThread = QThread::currentThread();
-           d->managerForThisThread();
-       }).wait();
+    d->pool
+        ->enqueue([this] {
+            d->workerThread = QThread::currentThread();
+            d->managerForThisThread();
+        })
+        .wait();
 }
 
 HttpClientWrapper::~HttpClientWrapper()
@@ -178,8 +180,7 @@ HttpReply HttpClientWrapper::get(const std::string &url, const HttpHeaders &head
     return result;
 }
 
-HttpReply HttpClientWrapper::post(const std::string &url, const HttpHeaders &headers, const std::string &body,
-                                  bool log)
+HttpReply HttpClientWrapper::post(const std::string &url, const HttpHeaders &headers, const std::string &body, bool log)
 {
     if (!QCoreApplication::instance())
         return {};

@@ -15,7 +15,7 @@ namespace {
 constexpr long ConnectWaitMs = 3000;
 constexpr long DisconnectWaitMs = 1500;
 constexpr int KeepAliveSeconds = 60;
-}
+} // namespace
 
 // No persistence object: in-flight messages are kept in memory only.
 MqttClientWrapper::MqttClientWrapper(const std::string &serverURI, const std::string &clientId)
@@ -105,9 +105,7 @@ bool MqttClientWrapper::start()
             mqtt::ssl_options ssl;
             ssl.set_enable_server_cert_auth(false);
             ssl.set_verify(false);
-            ssl.set_error_handler([](const std::string &message) {
-                RXCM_LOG_INFO("SSL Error: {}", message);
-            });
+            ssl.set_error_handler([](const std::string &message) { RXCM_LOG_INFO("SSL Error: {}", message); });
             connectOptions.set_ssl(std::move(ssl));
         }
 

@@ -58,8 +58,8 @@ QString Theme::value(const QString &key, const QString &fallback)
 
 QString Theme::imageFile(const QString &fileName)
 {
-    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/")
-                           + name() + QLatin1Char('/') + fileName);
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/") + name()
+                           + QLatin1Char('/') + fileName);
 }
 
 QString findStyleSheet(const QString &folder, const QString &fileName)

@@ -26,8 +26,7 @@ bool SpdlogBase::addRotatingFile(const std::string &path)
     try {
         // spdlog's sink list is not guarded against concurrent logging; the host adds
         // its file once at start-up, before the module logs from other threads.
-        m_logger->sinks().push_back(
-            std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, 5 * 1024 * 1024, 5));
+        m_logger->sinks().push_back(std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, 5 * 1024 * 1024, 5));
         return true;
     } catch (const spdlog::spdlog_ex &e) {
         m_logger->error("cannot open log file {}: {}", path, e.what());

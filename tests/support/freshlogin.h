@@ -4,8 +4,8 @@
 // each code once: a slider triple as the slider page makes it, and a code the cloud "sent".
 // Header only; used on the test's GUI thread.
 
-#include "support/cloudclient.h"
 #include "localcloud/cloudsim.h"
+#include "support/cloudclient.h"
 
 #include <QCryptographicHash>
 #include <QJsonObject>
@@ -24,11 +24,12 @@ struct Triple
 /** A new session signed as the page signs it (docs/protocol.md, section 5). */
 inline Triple sliderTriple()
 {
-    const QByteArray token = "nc-" + QByteArrayLiteral(R"({"dx":298,"ms":912,"n":41})")
-                                         .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+    const QByteArray token = "nc-"
+        + QByteArrayLiteral(R"({"dx":298,"ms":912,"n":41})")
+              .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
     const QByteArray sessionId = QUuid::createUuid().toString(QUuid::WithoutBraces).toLatin1();
-    const QByteArray sig = QMessageAuthenticationCode::hash(sessionId + '|' + token, "rxcm-slider-v1",
-                                                            QCryptographicHash::Sha256).toHex();
+    const QByteArray sig =
+        QMessageAuthenticationCode::hash(sessionId + '|' + token, "rxcm-slider-v1", QCryptographicHash::Sha256).toHex();
     return {sessionId.toStdString(), sig.toStdString(), token.toStdString()};
 }
 
@@ -49,8 +50,11 @@ inline QString sentCode(CloudSim &cloud, const QString &address, const QString &
                               {"templateCode", "LOGIN"},
                               {"token", QString::fromStdString(t.token)},
                               {"type", email ? "EMAIL" : "MOBILE_PHONE"}};
-    if (!CloudClient(cloud).post(QStringLiteral("v1/web-backend-service/identity-verify-code/slider"), request)
-             .json().value("status").toBool())
+    if (!CloudClient(cloud)
+             .post(QStringLiteral("v1/web-backend-service/identity-verify-code/slider"), request)
+             .json()
+             .value("status")
+             .toBool())
         return {};
     return cloud.control("GET", QStringLiteral("/control/codes")).object().value(address).toString();
 }

@@ -26,7 +26,7 @@ protected:
     {
         captured.push_back({msg.level, std::string(msg.payload.data(), msg.payload.size())});
     }
-    void flush_() override {}
+    void flush_() override { }
 
 private:
     std::vector<Line> captured;

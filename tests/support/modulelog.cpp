@@ -20,8 +20,7 @@ int ModuleLog::count(const LogCapture &log, const std::string &text, const char 
     return n;
 }
 
-int ModuleLog::count(const LogCapture &log, spdlog::level::level_enum level, const std::string &text,
-                     const char *where)
+int ModuleLog::count(const LogCapture &log, spdlog::level::level_enum level, const std::string &text, const char *where)
 {
     int n = 0;
     for (const auto &line : log.lines())
