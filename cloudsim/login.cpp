@@ -103,42 +103,15 @@ std::int64_t nowMs()
         .count();
 }
 
-// Replaces "{host}" in every string of the scenario's own directory.
-Json withHost(const Json &j, const std::string &host)
-{
-    if (j.is_string()) {
-        std::string s = j.get<std::string>();
-        for (auto at = s.find("{host}"); at != std::string::npos; at = s.find("{host}", at + host.size()))
-            s.replace(at, 6, host);
-        return s;
-    }
-    if (j.is_array() || j.is_object()) {
-        Json copy = j;
-        for (auto it = copy.begin(); it != copy.end(); ++it)
-            *it = withHost(*it, host);
-        return copy;
-    }
-    return j;
-}
-
 } // namespace
 
 LoginService::LoginService(Scenario &scenario)
     : m_scenario(scenario)
     , m_loginKey(privateKeyFromPem(loginPrivateKeyPem))
 {
-    // Two RSA keys take up to a second or two; the ready line need not wait for them.
-    m_dnsReady = std::async(std::launch::async, [this] {
-                     m_dnsKeys.push_back(generateRsaKey(2048, &m_stopping));
-                     m_dnsKeys.push_back(generateRsaKey(2048, &m_stopping));
-                 }).share();
 }
 
-LoginService::~LoginService()
-{
-    m_stopping = true;
-    m_dnsReady.wait();
-}
+LoginService::~LoginService() = default;
 
 LoginService::Account LoginService::parseAccount(const Json &j, std::size_t index)
 {
@@ -191,69 +164,15 @@ LoginService::Account LoginService::parseAccount(const Json &j, std::size_t inde
     return a;
 }
 
-LoginService::Override LoginService::parseOverride(const Json &j, const std::string &service)
-{
-    if (!j.is_object())
-        throw std::invalid_argument("the override of " + service + " must be an object");
-    Override o;
-    if (j.contains("status")) {
-        if (!j.at("status").is_number_integer() || j.at("status").get<int>() < 200 || j.at("status").get<int>() > 599)
-            throw std::invalid_argument("the override of " + service + ": \"status\" must be 200 to 599");
-        o.status = j.at("status").get<int>();
-    }
-    if (j.contains("body"))
-        o.body = j.at("body").is_string() ? j.at("body").get<std::string>() : j.at("body").dump();
-    if (j.contains("times")) {
-        if (!j.at("times").is_number_integer() || j.at("times").get<int>() < 1)
-            throw std::invalid_argument("the override of " + service + ": \"times\" must be a positive integer");
-        o.remaining = j.at("times").get<int>();
-    }
-    return o;
-}
-
 void LoginService::load(const Json &scenario)
 {
     std::vector<Account> accounts;
-    std::optional<Json> nodes;
-    std::string identity = "cn-1";
-    std::string slave = "one";
-    Json status = 200;
-    std::map<std::string, Override> overrides;
     std::int64_t sliderValidity = sliderValidityMs;
     std::int64_t codeValidity = codeValidityMs;
     try {
         const Json list = scenario.value("accounts", Json::array());
         for (std::size_t i = 0; i < list.size(); ++i)
             accounts.push_back(parseAccount(list[i], i));
-        if (scenario.contains("nodes")) {
-            if (!scenario.at("nodes").is_array())
-                throw std::invalid_argument("\"nodes\" must be an array");
-            nodes = scenario.at("nodes");
-        }
-        if (scenario.contains("dns")) {
-            const Json &dns = scenario.at("dns");
-            if (!dns.is_object())
-                throw std::invalid_argument("\"dns\" must be an object");
-            if (dns.contains("identity")) {
-                if (!dns.at("identity").is_string())
-                    throw std::invalid_argument("\"dns\": \"identity\" must be a string");
-                identity = dns.at("identity").get<std::string>();
-            }
-            if (dns.contains("slave")) {
-                slave = dns.at("slave").is_string() ? dns.at("slave").get<std::string>() : std::string();
-                if (slave != "one" && slave != "empty" && slave != "null" && slave != "missing")
-                    throw std::invalid_argument("\"dns\": \"slave\" takes \"one\", \"empty\", \"null\", \"missing\"");
-            }
-            if (dns.contains("status"))
-                status = dns.at("status");
-        }
-        if (scenario.contains("gateway")) {
-            const Json &gateway = scenario.at("gateway");
-            if (!gateway.is_object())
-                throw std::invalid_argument("\"gateway\" must be an object keyed by service path");
-            for (auto it = gateway.begin(); it != gateway.end(); ++it)
-                overrides[it.key()] = parseOverride(it.value(), it.key());
-        }
         if (scenario.contains("validity")) {
             const Json &validity = scenario.at("validity");
             auto ms = [&validity](const char *name, std::int64_t &out) {
@@ -274,82 +193,9 @@ void LoginService::load(const Json &scenario)
     }
     std::lock_guard<std::mutex> lock(m_mutex);
     m_accounts = std::move(accounts);
-    m_nodes = std::move(nodes);
-    m_dnsIdentity = identity;
-    m_dnsSlave = slave;
-    m_dnsStatus = status;
-    m_overrides = std::move(overrides);
     m_sliderValidityMs = sliderValidity;
     m_codeValidityMs = codeValidity;
     m_triples.clear();
-}
-
-void LoginService::setAddress(const std::string &baseUrl, const std::string &host)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_baseUrl = baseUrl;
-    m_host = host;
-}
-
-Json LoginService::nodes() const
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_nodes)
-        return Json{{"cirro", withHost(*m_nodes, m_host)}};
-    // Every region leads back here; the keys keep the regions apart.
-    struct Region
-    {
-        const char *en;
-        const char *zh;
-        const char *key;
-        const char *icon;
-    };
-    static const Region regions[] = {
-        {"China", "中国", "cn-1", "china.png"},      {"Europe", "欧洲", "eu-1", "europe.png"},
-        {"United States", "美国", "us-1", "us.png"}, {"Australia", "澳大利亚", "au-1", "australia.png"},
-        {"India", "印度", "in-1", "india.png"},
-    };
-    Json list = Json::array();
-    for (const auto &r : regions) {
-        Json entry = Json::object();
-        entry["label"] = Json{{"en", r.en}, {"zh-cn", r.zh}}; // the directory's own key spelling
-        entry["node"] = m_host;
-        entry["key"] = r.key;
-        entry["icon"] = m_baseUrl + "/icons/" + r.icon;
-        list.push_back(std::move(entry));
-    }
-    return Json{{"cirro", std::move(list)}};
-}
-
-Json LoginService::dns() const
-{
-    m_dnsReady.get(); // rethrows a failed generation
-    std::lock_guard<std::mutex> lock(m_mutex);
-    auto endpoint = [this](std::size_t key, const char *path) {
-        Json e = Json::object();
-        e["publicKey"] = publicKeyBase64(m_dnsKeys[key].get());
-        e["currentNodeIdentity"] = m_dnsIdentity;
-        e["mqttAuthUrl"] = m_baseUrl + path;
-        return e;
-    };
-    Json data = Json::object();
-    data["main"] = endpoint(0, "/mqtt/auth");
-    if (m_dnsSlave == "one")
-        data["slave"] = Json::array({endpoint(1, "/mqtt/auth-backup")});
-    else if (m_dnsSlave == "empty")
-        data["slave"] = Json::array();
-    else if (m_dnsSlave == "null")
-        data["slave"] = nullptr;
-    Json body = Json::object();
-    body["status"] = m_dnsStatus;
-    body["data"] = std::move(data);
-    return body;
-}
-
-EVP_PKEY *LoginService::dnsKey(std::size_t index) const
-{
-    m_dnsReady.get();
-    return index < m_dnsKeys.size() ? m_dnsKeys[index].get() : nullptr;
 }
 
 bool LoginService::sliderAccepted(const std::string &sessionId, const std::string &sig, const std::string &token)
@@ -682,49 +528,6 @@ ServiceReply LoginService::deviceCredit(const Json &body, const HeaderLookup &he
     reply["info"] = "ok";
     reply["signature"] = credit;
     return success(reply);
-}
-
-std::optional<ServiceReply> LoginService::takeOverride(const std::string &service)
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const auto it = m_overrides.find(service);
-    if (it == m_overrides.end())
-        return std::nullopt;
-    const ServiceReply reply{it->second.status, it->second.body};
-    if (it->second.remaining > 0 && --it->second.remaining == 0)
-        m_overrides.erase(it);
-    return reply;
-}
-
-void LoginService::setOverrides(const Json &overrides)
-{
-    if (!overrides.is_object())
-        throw std::invalid_argument("overrides must be an object keyed by service path");
-    std::map<std::string, Override> parsed;
-    for (auto it = overrides.begin(); it != overrides.end(); ++it)
-        parsed[it.key()] = parseOverride(it.value(), it.key());
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (auto &[service, o] : parsed)
-        m_overrides[service] = o;
-}
-
-void LoginService::clearOverrides()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_overrides.clear();
-}
-
-Json LoginService::overrides() const
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    Json list = Json::object();
-    for (const auto &[service, o] : m_overrides) {
-        Json entry{{"status", o.status}, {"body", o.body}};
-        if (o.remaining > 0)
-            entry["times"] = o.remaining;
-        list[service] = std::move(entry);
-    }
-    return list;
 }
 
 Json LoginService::codes() const

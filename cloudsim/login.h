@@ -25,9 +25,8 @@ struct ServiceReply
     std::string body;
 };
 
-// The account side of the cloud: node directory, global DNS, the login services behind
-// /gateway/apis, the codes it "sends", the devices it trusts, and the raw replies a test
-// forces per service. Every request runs on its own thread, so all state is locked.
+// The account side of the cloud: the login services behind /gateway/apis, the codes it "sends"
+// and the devices it trusts. Every request runs on its own thread, so all state is locked.
 class LoginService
 {
 public:
@@ -38,28 +37,12 @@ public:
     LoginService(const LoginService &) = delete;
     LoginService &operator=(const LoginService &) = delete;
 
-    // Reads the login members of "accounts", and "nodes", "dns", "gateway".
+    // Reads the login members of "accounts", and "validity".
     // Throws std::invalid_argument naming what is wrong.
     void load(const Json &scenario);
-    // baseUrl "https://127.0.0.1:<port>", host "127.0.0.1:<port>".
-    void setAddress(const std::string &baseUrl, const std::string &host);
-
-    Json nodes() const;
-    Json dns() const;
-    // The DNS key pairs: 0 is the main endpoint's, 1 the backup's. The messaging
-    // authentication decrypts with them. Waits until they are made.
-    EVP_PKEY *dnsKey(std::size_t index) const;
 
     // A login service by its path; nothing for a path that is not one of them.
     std::optional<ServiceReply> post(const std::string &service, const std::string &body, const HeaderLookup &header);
-
-    // The forced reply for a service, with one use consumed.
-    std::optional<ServiceReply> takeOverride(const std::string &service);
-    // Adds or replaces overrides: {"<service>": {"status":..,"body":..,"times":..}, ...}.
-    // Nothing changes if any is invalid (std::invalid_argument).
-    void setOverrides(const Json &overrides);
-    void clearOverrides();
-    Json overrides() const;
 
     // {"<phone or e-mail as in the scenario>": "<last code>", ...}
     Json codes() const;
@@ -104,14 +87,6 @@ private:
         std::int64_t firstSeenMs = 0;
         bool spent = false;
     };
-    struct Override
-    {
-        int status = 200;
-        std::string body;
-        int remaining = -1; // -1: until cleared
-    };
-
-    static Override parseOverride(const Json &j, const std::string &service);
     static Account parseAccount(const Json &j, std::size_t index);
 
     ServiceReply slider(const Json &body);
@@ -135,21 +110,9 @@ private:
 
     Scenario &m_scenario;
     PkeyPtr m_loginKey; // decrypts what the module encrypts with its built-in key
-    // Made at start on a thread of their own (RSA takes a moment), in memory only; written
-    // once before m_dnsReady is set, read-only after.
-    std::vector<PkeyPtr> m_dnsKeys;
-    std::shared_future<void> m_dnsReady;
-    std::atomic<bool> m_stopping{false}; // a stop must not wait for the key generation
 
     mutable std::mutex m_mutex;
-    std::string m_baseUrl;
-    std::string m_host;
     std::vector<Account> m_accounts;
-    std::optional<Json> m_nodes; // the scenario's own directory entries
-    std::string m_dnsIdentity = "cn-1";
-    std::string m_dnsSlave = "one";
-    Json m_dnsStatus = 200;
-    std::map<std::string, Override> m_overrides;
     Json m_devices = Json::array();
     std::map<std::string, SliderUse> m_triples; // by session id
     std::int64_t m_sliderValidityMs = sliderValidityMs;

@@ -2,10 +2,12 @@
 
 #include "certificates.h"
 #include "deviceservice.h"
+#include "directory.h"
 #include "faults.h"
 #include "json.h"
 #include "login.h"
 #include "messaging.h"
+#include "overrides.h"
 #include "scenario.h"
 #include "server.h"
 
@@ -138,10 +140,14 @@ int main(int argc, char **argv)
         const cloudsim::Json scenarioJson = cloudsim::Json::parse(readFile(scenarioPath));
         cloudsim::Scenario scenario;
         scenario.load(scenarioJson);
+        cloudsim::Directory directory;
+        directory.load(scenarioJson);
         cloudsim::LoginService login(scenario);
         login.load(scenarioJson);
+        cloudsim::GatewayOverrides overrides;
+        overrides.load(scenarioJson);
         cloudsim::DeviceService devices;
-        cloudsim::Messaging messaging(scenario, login, devices);
+        cloudsim::Messaging messaging(scenario, directory, devices);
         messaging.load(scenarioJson);
         // The broker comes first: a device service that cannot reach it is a failed start.
         if (!args.mqtt.empty())
@@ -160,13 +166,14 @@ int main(int argc, char **argv)
                 .lexically_normal();
         writeFile(caPath, cloudsim::certificatePem(certificates.caCert.get()));
 
-        cloudsim::Server server(scenario, login, messaging, devices, faults, certificates, args.server);
+        cloudsim::Server server(scenario, directory, login, overrides, messaging, devices, faults, certificates,
+                                args.server);
         const int port = server.bind();
         const std::string host =
             args.server.host.find(':') != std::string::npos ? "[" + args.server.host + "]" : args.server.host;
         const std::string address = host + ":" + std::to_string(port);
         scenario.setBaseUrl("https://" + address);
-        login.setAddress("https://" + address, address);
+        directory.setAddress("https://" + address, address);
         server.start();
 
         std::printf("cloudsim ready port=%d ca=%s\n", port, caPath.c_str());

@@ -2,6 +2,7 @@
 
 #include "crypto.h"
 #include "deviceservice.h"
+#include "directory.h"
 #include "scenario.h"
 
 #include <chrono>
@@ -41,9 +42,9 @@ bool isDigits(const std::string &text)
 
 } // namespace
 
-Messaging::Messaging(Scenario &scenario, LoginService &login, DeviceService &devices)
+Messaging::Messaging(Scenario &scenario, Directory &directory, DeviceService &devices)
     : m_scenario(scenario)
-    , m_login(login)
+    , m_directory(directory)
     , m_devices(devices)
 {
     m_devices.setAccounts(m_user, m_password, m_bindingUser, m_bindingPassword);
@@ -126,7 +127,7 @@ ServiceReply Messaging::authenticate(std::size_t keyIndex, const std::string &bo
     }
     const auto ciphertext = base64Decode(sealed);
     const auto plain =
-        ciphertext && !ciphertext->empty() ? rsaDecrypt(m_login.dnsKey(keyIndex), *ciphertext) : std::nullopt;
+        ciphertext && !ciphertext->empty() ? rsaDecrypt(m_directory.dnsKey(keyIndex), *ciphertext) : std::nullopt;
     if (!plain)
         return finish("undecryptable", refusal(400, "the key message cannot be decrypted"));
     entry["keyMessage"] = Json(*plain);

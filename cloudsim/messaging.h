@@ -11,6 +11,7 @@ namespace cloudsim {
 
 class DeviceService;
 class Scenario;
+class Directory;
 
 // The way into the cloud's messaging: the player authorization (the binding account) and the
 // encrypted exchange that hands out the MQTT account. Both name the broker that the device
@@ -18,7 +19,7 @@ class Scenario;
 class Messaging
 {
 public:
-    Messaging(Scenario &scenario, LoginService &login, DeviceService &devices);
+    Messaging(Scenario &scenario, Directory &directory, DeviceService &devices);
 
     // Reads the scenario's "mqtt" member. Throws std::invalid_argument naming what is wrong.
     void load(const Json &scenario);
@@ -39,7 +40,7 @@ public:
 
 private:
     Scenario &m_scenario;
-    LoginService &m_login;
+    Directory &m_directory;
     DeviceService &m_devices;
 
     mutable std::mutex m_mutex;

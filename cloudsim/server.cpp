@@ -1,15 +1,15 @@
-#include "server.h"
+#include "server_p.h"
 
 #include "certificates.h"
+#include "connectionthreads.h"
 #include "content.h"
 #include "crypto.h"
 #include "deviceservice.h"
-#include "faults.h"
-#include "json.h"
+#include "directory.h"
 #include "login.h"
 #include "messaging.h"
+#include "overrides.h"
 #include "scenario.h"
-#include "tlsserver.h"
 
 #include <httplib.h>
 
@@ -17,14 +17,8 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <deque>
-#include <list>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -33,372 +27,8 @@ namespace {
 
 constexpr std::size_t chunkSize = 64 * 1024;
 constexpr std::size_t requestLogLimit = 10000;
-const char *const jsonType = "application/json; charset=utf-8";
-
-// httplib files these under the request's headers; they are not what the client sent.
-bool isPseudoHeader(const std::string &name)
-{
-    return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT";
-}
-
-// Request data may be any bytes; invalid UTF-8 must not make a JSON answer throw.
-std::string dumpJson(const Json &j)
-{
-    return j.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-bool startsWith(const std::string &text, const std::string &prefix)
-{
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-Json headersOf(const httplib::Request &req)
-{
-    Json headers = Json::object();
-    for (const auto &[name, value] : req.headers) {
-        if (isPseudoHeader(name))
-            continue;
-        if (headers.contains(name))
-            headers[name] = headers[name].get<std::string>() + ", " + value;
-        else
-            headers[name] = value;
-    }
-    return headers;
-}
-
-std::string percentDecode(const std::string &text, bool plusIsSpace)
-{
-    auto hexValue = [](char c) -> int {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    };
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
-            out += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
-            i += 2;
-        } else if (text[i] == '+' && plusIsSpace) {
-            out += ' ';
-        } else {
-            out += text[i];
-        }
-    }
-    return out;
-}
-
-using QueryItems = std::vector<std::pair<std::string, std::string>>;
-
-// Splits at '&' and at the first '=' of each item. httplib's own parameter map cannot be
-// used for the gateway: its value "Rest/Lite/Medias?search=" holds a '?' and a '='.
-QueryItems parseQuery(const std::string &query)
-{
-    QueryItems items;
-    std::size_t start = 0;
-    while (start <= query.size()) {
-        std::size_t end = query.find('&', start);
-        if (end == std::string::npos)
-            end = query.size();
-        const std::string item = query.substr(start, end - start);
-        if (!item.empty()) {
-            const auto eq = item.find('=');
-            items.emplace_back(percentDecode(item.substr(0, eq), true),
-                               eq == std::string::npos ? std::string() : percentDecode(item.substr(eq + 1), true));
-        }
-        start = end + 1;
-    }
-    return items;
-}
-
-std::string queryValue(const QueryItems &items, const std::string &key, const std::string &fallback = {})
-{
-    for (const auto &[k, v] : items)
-        if (k == key)
-            return v;
-    return fallback;
-}
-
-bool hasParam(const QueryItems &items, const std::string &key)
-{
-    return std::any_of(items.begin(), items.end(), [&key](const auto &item) { return item.first == key; });
-}
-
-bool isDecimal(const std::string &text)
-{
-    return !text.empty() && text.size() <= 9 && text.find_first_not_of("0123456789") == std::string::npos;
-}
-
-// A catalogue size parameter: present and decimal, else nothing (the cloud has no defaults).
-std::optional<std::size_t> sizeParam(const QueryItems &items, const std::string &key)
-{
-    const std::string text = queryValue(items, key);
-    if (!hasParam(items, key) || !isDecimal(text))
-        return std::nullopt;
-    return static_cast<std::size_t>(std::stoul(text));
-}
-
-// The media type filter: one or more "filters[type][<n>]" with decimal values, nothing else
-// under "filters".
-bool validTypeFilter(const QueryItems &items)
-{
-    static const std::string prefix = "filters[type][";
-    bool any = false;
-    for (const auto &[key, value] : items) {
-        if (key.rfind("filters", 0) != 0)
-            continue;
-        const std::string index = key.size() > prefix.size() + 1 && key.rfind(prefix, 0) == 0 && key.back() == ']'
-            ? key.substr(prefix.size(), key.size() - prefix.size() - 1)
-            : std::string();
-        if (!isDecimal(index) || !isDecimal(value))
-            return false;
-        any = true;
-    }
-    return any;
-}
-
-const char *statusText(int status)
-{
-    switch (status) {
-    case 200:
-        return "ok";
-    case 400:
-        return "bad request";
-    case 401:
-        return "unauthorized";
-    case 403:
-        return "forbidden";
-    case 404:
-        return "not found";
-    case 405:
-        return "method not allowed";
-    case 416:
-        return "range not satisfiable";
-    case 500:
-        return "internal server failure";
-    case 502:
-        return "bad gateway";
-    case 503:
-        return "service unavailable";
-    case 504:
-        return "gateway timeout";
-    default:
-        return "status";
-    }
-}
-
-bool statusHasBody(int status)
-{
-    return status >= 200 && status != 204 && status != 304;
-}
-
-// What a route answers, before the faults decide how it travels.
-struct Reply
-{
-    int status = 200;
-    std::string contentType = jsonType;
-    std::vector<std::pair<std::string, std::string>> headers;
-    std::shared_ptr<const Content> content; // null: no body
-    std::uint64_t offset = 0; // the window of content that is sent
-    std::uint64_t length = 0;
-};
-
-Reply textReply(int status, std::string body, std::string contentType = jsonType)
-{
-    Reply r;
-    r.status = status;
-    r.contentType = std::move(contentType);
-    r.length = body.size();
-    r.content = textContent(std::move(body));
-    return r;
-}
-
-// A control request's body; a body that is not JSON is the caller's mistake.
-Json parseBody(const httplib::Request &req)
-{
-    try {
-        return Json::parse(req.body);
-    } catch (const Json::exception &e) {
-        throw std::invalid_argument(std::string("the body is not JSON: ") + e.what());
-    }
-}
-
-Reply jsonReply(int status, const Json &j)
-{
-    return textReply(status, dumpJson(j));
-}
-
-Reply plainStatus(int status)
-{
-    if (!statusHasBody(status)) {
-        Reply r;
-        r.status = status;
-        return r;
-    }
-    return jsonReply(status, Json{{"code", status}, {"msg", statusText(status)}});
-}
-
-// The gateway's own way of refusing: HTTP 200 with the reason inside.
-Reply cloudFailure(int code, const std::string &reason)
-{
-    return jsonReply(200, Json{{"http_code", code}, {"error", reason}, {"status", "fail"}});
-}
-
-// Single byte ranges as a download resumes them; anything else gets the whole body (which
-// HTTP allows). A range that starts past the end is refused with 416.
-Reply contentReply(const httplib::Request &req, std::shared_ptr<const Content> content, const std::string &contentType)
-{
-    Reply r;
-    r.contentType = contentType;
-    r.headers.emplace_back("Accept-Ranges", "bytes");
-    const std::uint64_t size = content->size();
-    r.content = std::move(content);
-    r.length = size;
-
-    const std::string range = req.get_header_value("Range");
-    if (!startsWith(range, "bytes=") || range.find(',') != std::string::npos)
-        return r;
-    const std::string bounds = range.substr(6);
-    const auto dash = bounds.find('-');
-    if (dash == std::string::npos)
-        return r;
-    const std::string first = bounds.substr(0, dash);
-    const std::string last = bounds.substr(dash + 1);
-    auto isNumber = [](const std::string &s) {
-        return !s.empty() && s.size() < 20 && s.find_first_not_of("0123456789") == std::string::npos;
-    };
-    std::uint64_t begin = 0;
-    std::uint64_t end = size; // exclusive
-    if (first.empty()) {
-        if (!isNumber(last))
-            return r;
-        const std::uint64_t suffix = std::stoull(last);
-        begin = suffix == 0 ? size : size - std::min<std::uint64_t>(suffix, size);
-    } else {
-        if (!isNumber(first) || (!last.empty() && !isNumber(last)))
-            return r;
-        begin = std::stoull(first);
-        if (!last.empty()) {
-            const std::uint64_t lastByte = std::stoull(last);
-            if (lastByte < begin)
-                return r; // invalid, so ignored
-            end = std::min<std::uint64_t>(lastByte + 1, size);
-        }
-    }
-    if (begin >= size) {
-        Reply refused;
-        refused.status = 416;
-        refused.headers.emplace_back("Content-Range", "bytes */" + std::to_string(size));
-        return refused;
-    }
-    r.status = 206;
-    r.offset = begin;
-    r.length = end - begin;
-    r.headers.emplace_back(
-        "Content-Range", "bytes " + std::to_string(begin) + "-" + std::to_string(end - 1) + "/" + std::to_string(size));
-    return r;
-}
-
-// One thread per connection instead of httplib's fixed pool: a hanging request holds its
-// thread, and a test may leave many of them hanging without starving the other requests.
-class ConnectionThreads : public httplib::TaskQueue
-{
-public:
-    void enqueue(std::function<void()> fn) override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        reapFinished();
-        auto done = std::make_shared<std::atomic<bool>>(false);
-        m_threads.push_back({std::thread([fn = std::move(fn), done] {
-                                 fn();
-                                 done->store(true);
-                             }),
-                             done});
-    }
-
-    void shutdown() override
-    {
-        std::list<Worker> threads;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            threads.swap(m_threads);
-        }
-        for (auto &w : threads)
-            w.thread.join();
-    }
-
-private:
-    struct Worker
-    {
-        std::thread thread;
-        std::shared_ptr<std::atomic<bool>> done;
-    };
-
-    void reapFinished()
-    {
-        for (auto it = m_threads.begin(); it != m_threads.end();) {
-            if (it->done->load()) {
-                it->thread.join();
-                it = m_threads.erase(it);
-            } else {
-                ++it;
-            }
-        }
-    }
-
-    std::mutex m_mutex;
-    std::list<Worker> m_threads;
-};
 
 } // namespace
-
-class Server::Private
-{
-public:
-    Private(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices, FaultList &faults,
-            const Certificates &certificates, const ServerOptions &options)
-        : scenario(scenario)
-        , login(login)
-        , messaging(messaging)
-        , devices(devices)
-        , faults(faults)
-        , options(options)
-        , http(certificates.serverCert.get(), certificates.serverKey.get())
-    {
-    }
-
-    void handle(const httplib::Request &req, httplib::Response &res);
-    Reply route(const httplib::Request &req);
-    Reply gateway(const httplib::Request &req);
-    Reply gatewayApis(const httplib::Request &req);
-    Reply catalogue(const httplib::Request &req, const QueryItems &params);
-    Reply control(const httplib::Request &req);
-    Reply mqttControl(const httplib::Request &req);
-    void send(const httplib::Request &req, httplib::Response &res, const Reply &reply,
-              const std::optional<Fault> &fault);
-    void hang(const httplib::Request &req, httplib::Response &res);
-    void logRequest(const httplib::Request &req);
-    bool pause(std::chrono::milliseconds duration);
-
-    Scenario &scenario;
-    LoginService &login;
-    Messaging &messaging;
-    DeviceService &devices;
-    FaultList &faults;
-    ServerOptions options;
-    TlsServer http;
-    std::thread thread;
-
-    std::atomic<bool> stopping{false};
-    std::mutex waitMutex;
-    std::condition_variable wake;
-
-    std::mutex logMutex;
-    std::deque<Json> requestLog;
-};
 
 bool Server::Private::pause(std::chrono::milliseconds duration)
 {
@@ -472,13 +102,13 @@ Reply Server::Private::route(const httplib::Request &req)
     if (path == "/nodes.json") {
         if (!get)
             return plainStatus(405);
-        return jsonReply(200, login.nodes());
+        return jsonReply(200, directory.nodes());
     }
     // The configured address ends in a slash; a client that drops it is served too.
     if (path == "/mqtt/control/v1/" || path == "/mqtt/control/v1") {
         if (!get)
             return plainStatus(405);
-        return jsonReply(200, login.dns());
+        return jsonReply(200, directory.dns());
     }
     // The messaging authentication: main endpoint under the first DNS key, backup under the second.
     if (path == "/mqtt/auth" || path == "/mqtt/auth-backup") {
@@ -527,30 +157,11 @@ Reply Server::Private::route(const httplib::Request &req)
     return plainStatus(404);
 }
 
-// The client appends the service path and its query verbatim after "cirro=", so the
-// service's own parameters arrive as parameters of the gateway URL. A client that encodes
-// the whole value is understood too.
-static std::string gatewayService(const httplib::Request &req, QueryItems *params)
-{
-    const auto question = req.target.find('?');
-    const QueryItems outer =
-        parseQuery(question == std::string::npos ? std::string() : req.target.substr(question + 1));
-    const std::string cirro = queryValue(outer, "cirro");
-    const auto inner = cirro.find('?');
-    if (params) {
-        *params = inner == std::string::npos ? QueryItems() : parseQuery(cirro.substr(inner + 1));
-        for (const auto &item : outer)
-            if (item.first != "cirro")
-                params->push_back(item);
-    }
-    return cirro.substr(0, inner);
-}
-
 Reply Server::Private::gateway(const httplib::Request &req)
 {
     QueryItems params;
-    const std::string service = gatewayService(req, &params);
-    if (auto forced = login.takeOverride(service))
+    const std::string service = gatewayService(req.target, &params);
+    if (auto forced = overrides.take(service))
         return textReply(forced->status, forced->body);
 
     if (service == "Rest/Lite/Medias") {
@@ -563,13 +174,13 @@ Reply Server::Private::gateway(const httplib::Request &req)
 
 Reply Server::Private::gatewayApis(const httplib::Request &req)
 {
-    const std::string service = gatewayService(req, nullptr);
+    const std::string service = gatewayService(req.target, nullptr);
     // The player authorization names its service path in Base64 and only so: the plain path
     // is an unknown service.
     static const std::string playerAuth = "v1/web-backend-service/player/auth";
     const auto decoded = base64Decode(service);
     const bool isPlayerAuth = decoded && *decoded == playerAuth;
-    if (auto forced = login.takeOverride(isPlayerAuth ? playerAuth : service))
+    if (auto forced = overrides.take(isPlayerAuth ? playerAuth : service))
         return textReply(forced->status, forced->body);
     if (isPlayerAuth) {
         if (!(req.method == "GET" || req.method == "HEAD"))
@@ -615,121 +226,6 @@ Reply Server::Private::catalogue(const httplib::Request &req, const QueryItems &
     body["data"] = std::move(data);
     body["status"] = page->status;
     return jsonReply(200, body);
-}
-
-Reply Server::Private::control(const httplib::Request &req)
-{
-    const std::string &path = req.path;
-    const std::string &method = req.method;
-    try {
-        if (path == "/control/faults") {
-            if (method == "POST")
-                faults.add(parseBody(req));
-            else if (method == "DELETE")
-                faults.clear();
-            else if (method != "GET")
-                return plainStatus(405);
-            return jsonReply(200, Json{{"faults", faults.toJson()}});
-        }
-        if (path == "/control/media") {
-            if (method != "POST")
-                return plainStatus(405);
-            return jsonReply(200, scenario.changeMedia(parseBody(req)));
-        }
-        if (path == "/control/codes") {
-            if (method != "GET")
-                return plainStatus(405);
-            return jsonReply(200, login.codes());
-        }
-        if (path == "/control/devices") {
-            if (method != "GET")
-                return plainStatus(405);
-            return jsonReply(200, login.devices());
-        }
-        if (path == "/control/gateway") {
-            if (method == "POST")
-                login.setOverrides(parseBody(req));
-            else if (method == "DELETE")
-                login.clearOverrides();
-            else if (method != "GET")
-                return plainStatus(405);
-            return jsonReply(200, login.overrides());
-        }
-        if (startsWith(path, "/control/mqtt"))
-            return mqttControl(req);
-        if (path == "/control/requests") {
-            std::lock_guard<std::mutex> lock(logMutex);
-            if (method == "DELETE")
-                requestLog.clear();
-            else if (method != "GET")
-                return plainStatus(405);
-            Json list = Json::array();
-            for (const auto &entry : requestLog)
-                list.push_back(entry);
-            return jsonReply(200, list);
-        }
-    } catch (const std::invalid_argument &e) {
-        return jsonReply(400, Json{{"code", 400}, {"msg", e.what()}});
-    }
-    return plainStatus(404);
-}
-
-Reply Server::Private::mqttControl(const httplib::Request &req)
-{
-    const std::string &path = req.path;
-    const std::string &method = req.method;
-    if (path == "/control/mqtt") {
-        if (method == "POST") {
-            const Json body = parseBody(req);
-            if (!body.is_object())
-                throw std::invalid_argument("the body must be an object");
-            if (body.contains("answerBinding")) {
-                if (!body.at("answerBinding").is_boolean())
-                    throw std::invalid_argument("\"answerBinding\" must be a boolean");
-                devices.setAnswerBinding(body.at("answerBinding").get<bool>());
-            }
-            if (body.contains("url")) {
-                if (!body.at("url").is_string() || body.at("url").get<std::string>().empty())
-                    throw std::invalid_argument("\"url\" must be a non-empty string");
-                try {
-                    devices.connect(body.at("url").get<std::string>());
-                } catch (const std::runtime_error &e) {
-                    return jsonReply(502, Json{{"code", 502}, {"msg", e.what()}});
-                }
-            }
-        } else if (method == "DELETE") {
-            devices.disconnect();
-        } else if (method != "GET") {
-            return plainStatus(405);
-        }
-        return jsonReply(200, devices.state());
-    }
-    if (path == "/control/mqtt/messages") {
-        if (method == "DELETE")
-            devices.clearMessages();
-        else if (method != "GET")
-            return plainStatus(405);
-        return jsonReply(200, devices.messages());
-    }
-    if (path == "/control/mqtt/send") {
-        if (method != "POST")
-            return plainStatus(405);
-        try {
-            return jsonReply(200, devices.send(parseBody(req)));
-        } catch (const std::runtime_error &e) {
-            return jsonReply(502, Json{{"code", 502}, {"msg", e.what()}});
-        }
-    }
-    if (path == "/control/mqtt/auth") {
-        if (method == "POST")
-            messaging.setControl(parseBody(req));
-        else if (method == "DELETE")
-            messaging.clear();
-        else if (method != "GET")
-            return plainStatus(405);
-        return jsonReply(200, messaging.control());
-    }
-    return plainStatus(404);
 }
 
 void Server::Private::send(const httplib::Request &req, httplib::Response &res, const Reply &reply,
@@ -815,9 +311,11 @@ void Server::Private::send(const httplib::Request &req, httplib::Response &res, 
                              });
 }
 
-Server::Server(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices, FaultList &faults,
-               const Certificates &certificates, const ServerOptions &options)
-    : d(std::make_unique<Private>(scenario, login, messaging, devices, faults, certificates, options))
+Server::Server(Scenario &scenario, Directory &directory, LoginService &login, GatewayOverrides &overrides,
+               Messaging &messaging, DeviceService &devices, FaultList &faults, const Certificates &certificates,
+               const ServerOptions &options)
+    : d(std::make_unique<Private>(scenario, directory, login, overrides, messaging, devices, faults, certificates,
+                                  options))
 {
     if (!d->http.is_valid())
         throw std::runtime_error("cannot set up TLS with the generated certificate");

@@ -6,6 +6,8 @@
 namespace cloudsim {
 
 class Scenario;
+class Directory;
+class GatewayOverrides;
 class FaultList;
 class LoginService;
 class Messaging;
@@ -25,8 +27,9 @@ struct ServerOptions
 class Server
 {
 public:
-    Server(Scenario &scenario, LoginService &login, Messaging &messaging, DeviceService &devices, FaultList &faults,
-           const Certificates &certificates, const ServerOptions &options);
+    Server(Scenario &scenario, Directory &directory, LoginService &login, GatewayOverrides &overrides,
+           Messaging &messaging, DeviceService &devices, FaultList &faults, const Certificates &certificates,
+           const ServerOptions &options);
     ~Server();
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;
