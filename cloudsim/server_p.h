@@ -22,8 +22,9 @@ namespace cloudsim {
 class Server::Private
 {
 public:
-    Private(Scenario &scenario, Directory &directory, LoginService &login, GatewayOverrides &overrides, Messaging &messaging, DeviceService &devices, FaultList &faults,
-            const Certificates &certificates, const ServerOptions &options)
+    Private(Scenario &scenario, Directory &directory, LoginService &login, GatewayOverrides &overrides,
+            Messaging &messaging, DeviceService &devices, FaultList &faults, const Certificates &certificates,
+            const ServerOptions &options)
         : scenario(scenario)
         , directory(directory)
         , login(login)
