@@ -98,26 +98,13 @@ QStringList sanitizerReports(const QByteArray &errors)
     return found;
 }
 
-// "report device/online x3, post binding/cirro x1": what went upstream, by kind, in order of appearance.
+// "report/online, post/binding": what went upstream, in order.
 QString summary(const QStringList &topics)
 {
     QStringList kinds;
-    QList<int> counts;
-    for (const QString &topic : topics) {
-        const QString kind =
-            topic.section(QLatin1Char('/'), 2, 2) + QLatin1Char(' ') + topic.section(QLatin1Char('/'), -2);
-        const int at = int(kinds.indexOf(kind));
-        if (at < 0) {
-            kinds << kind;
-            counts << 1;
-        } else {
-            ++counts[at];
-        }
-    }
-    QStringList parts;
-    for (int i = 0; i < kinds.size(); ++i)
-        parts << QStringLiteral("%1 x%2").arg(kinds[i]).arg(counts[i]);
-    return parts.join(QLatin1String(", "));
+    for (const QString &topic : topics)
+        kinds << topic.section(QLatin1Char('/'), 2, 2) + QLatin1Char('/') + topic.section(QLatin1Char('/'), -2, -2);
+    return kinds.join(QLatin1String(", "));
 }
 
 /**
@@ -199,16 +186,10 @@ public:
     /** Writes the host's stderr to ours, from the first sanitizer report or else its last lines. */
     void dumpErrors() const
     {
-        int from = errorText.size();
-        for (const char *marker : sanitizerMarkers) {
-            const int at = errorText.indexOf(marker);
-            if (at >= 0)
-                from = qMin(from, errorText.lastIndexOf('\n', at) + 1);
-        }
-        if (from == errorText.size())
-            from = qMax(0, errorText.size() - 8000);
-        std::fprintf(stderr, "----- lifecyclehost stderr -----\n%s\n----- end of lifecyclehost stderr -----\n",
-                     errorText.mid(from).constData());
+        int from = qMax(0, errorText.size() - 8000);
+        for (const char *marker : sanitizerMarkers)
+            from = errorText.contains(marker) ? qMin(from, errorText.indexOf(marker)) : from;
+        std::fprintf(stderr, "----- lifecyclehost stderr -----\n%s\n-----\n", errorText.mid(from).constData());
     }
 
 private:
@@ -246,8 +227,17 @@ private Q_SLOTS:
 
 private:
     bool startHost();
+    bool attachBroker()
+    {
+        return !cloud.control("POST", "/control/mqtt", QJsonDocument(QJsonObject{{"url", broker.url()}})).isNull();
+    }
+    // The cloud's device service unbinds the device.
+    bool unbind()
+    {
+        const QJsonObject message{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}};
+        return !cloud.control("POST", "/control/mqtt/send", QJsonDocument(message)).isNull();
+    }
     void writeSession();
-    bool upstream(QStringList &topics);
     QStringList upstream();
     QString folder() const { return work->filePath(QStringLiteral("materials")); }
     bool downloadsSettled(const QList<Material> &materials);
@@ -264,7 +254,7 @@ void TestLifecycle::initTestCase()
 {
     QVERIFY(broker.start());
     QVERIFY(cloud.start(scenario()));
-    QVERIFY(!cloud.control("POST", "/control/mqtt", QJsonDocument(QJsonObject{{"url", broker.url()}})).isNull());
+    QVERIFY(attachBroker());
 }
 
 void TestLifecycle::init()
@@ -275,11 +265,9 @@ void TestLifecycle::init()
     // Where a deployed player finds its cloud: here, the local one.
     QFile config(work->filePath(QStringLiteral("config/cloud/config.json")));
     QVERIFY(config.open(QIODevice::WriteOnly));
-    config.write(QJsonDocument(QJsonObject{{"isRecordUsername", false},
-                                           {"username", ""},
-                                           {"nodes", cloud.url(QStringLiteral("/nodes.json"))},
-                                           {"mqttControl", cloud.url(QStringLiteral("/mqtt/control/v1/"))}})
-                     .toJson());
+    config.write(QStringLiteral(R"({"isRecordUsername":false,"username":"","nodes":"%1","mqttControl":"%2"})")
+                     .arg(cloud.url(QStringLiteral("/nodes.json")), cloud.url(QStringLiteral("/mqtt/control/v1/")))
+                     .toUtf8());
     config.close();
     writeSession();
     QVERIFY(!cloud.control("DELETE", "/control/mqtt/messages").isNull());
@@ -296,15 +284,10 @@ void TestLifecycle::writeSession()
 {
     QFile session(work->filePath(QStringLiteral("config/cloud/login.json")));
     QVERIFY(session.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    session.write(QJsonDocument(QJsonObject{{"auth", QLatin1String(token)},
-                                            {"username", user},
-                                            {"countryCode", ""},
-                                            {"phone", ""},
-                                            {"email", ""},
-                                            {"id", 1001},
-                                            {"currentNodeIdentity", "cn-1"},
-                                            {"currentNode", cloud.host()}})
-                      .toJson());
+    session.write(QStringLiteral(R"({"auth":"%1","username":"%2","countryCode":"","phone":"","email":"","id":1001,)"
+                                 R"("currentNodeIdentity":"cn-1","currentNode":"%3"})")
+                      .arg(QLatin1String(token), user, cloud.host())
+                      .toUtf8());
 }
 
 bool TestLifecycle::startHost()
@@ -318,23 +301,16 @@ bool TestLifecycle::startHost()
 
 // What reached the broker from devices, as the cloud's device service heard it; retained messages
 // handed out at a (re)subscription are old news and left out.
-bool TestLifecycle::upstream(QStringList &topics)
+QStringList TestLifecycle::upstream()
 {
     const QJsonDocument heard = cloud.control("GET", "/control/mqtt/messages");
     if (!heard.isArray())
-        return false;
-    topics.clear();
+        QTest::qFail("the cloud's device service did not answer", __FILE__, __LINE__);
+    QStringList topics;
     for (const auto &message : heard.array()) {
         if (!message.toObject().value("retained").toBool())
             topics << message.toObject().value("topic").toString();
     }
-    return true;
-}
-
-QStringList TestLifecycle::upstream()
-{
-    QStringList topics;
-    upstream(topics);
     return topics;
 }
 
@@ -354,7 +330,6 @@ bool TestLifecycle::downloadsSettled(const QList<Material> &materials)
 void TestLifecycle::verifyDownloads(const QList<Material> &materials)
 {
     const QJsonArray requests = cloud.requests();
-    QStringList expected, actual;
     for (const Material &m : materials) {
         const QString path = folder() + QLatin1Char('/') + m.name;
         int transfers = 0;
@@ -362,21 +337,12 @@ void TestLifecycle::verifyDownloads(const QList<Material> &materials)
             transfers +=
                 request.toObject().value("path").toString().startsWith(QStringLiteral("/files/%1/").arg(m.mid));
         QFile file(path);
-        const bool intact = file.open(QIODevice::ReadOnly) && file.readAll() == generatedContent(0, m.size);
-        const QStringList signalled = host->lines(QStringLiteral("downloaded ") + m.mid + QLatin1Char(' '));
-        expected << QStringLiteral("%1: 1 sigDownloadSuccess for %2, 1 transfer, intact, no .temp").arg(m.name, path);
-        actual << QStringLiteral("%1: %2 sigDownloadSuccess for %3, %4 transfer, %5, %6")
-                      .arg(m.name)
-                      .arg(signalled.size())
-                      .arg(signalled.isEmpty() ? QString() : signalled.first().section(QLatin1Char(' '), 2))
-                      .arg(transfers)
-                      .arg(intact              ? QStringLiteral("intact")
-                               : file.exists() ? QStringLiteral("broken (%1 bytes)").arg(file.size())
-                                               : QStringLiteral("missing"))
-                      .arg(QFile::exists(path + QStringLiteral(".temp")) ? QStringLiteral(".temp left")
-                                                                         : QStringLiteral("no .temp"));
+        QVERIFY2(file.open(QIODevice::ReadOnly) && file.readAll() == generatedContent(0, m.size), qPrintable(path));
+        QCOMPARE(host->lines(QStringLiteral("downloaded ") + m.mid + QLatin1Char(' ')),
+                 QStringList(QStringLiteral("downloaded %1 %2").arg(m.mid, path)));
+        QCOMPARE(transfers, 1);
+        QVERIFY2(!QFile::exists(path + QStringLiteral(".temp")), qPrintable(path));
     }
-    QCOMPARE(actual, expected);
     // No signal for anything that was not asked for.
     QCOMPARE(host->lines(QStringLiteral("downloaded ")).size(), materials.size());
 }
@@ -389,17 +355,14 @@ void TestLifecycle::finishHost(qint64 *elapsedMs)
     if (elapsedMs)
         *elapsedMs = elapsed;
     const QStringList reports = sanitizerReports(host->errors());
-    const bool clean = host->exitStatus() == QProcess::NormalExit && host->exitCode() == 0;
-    if (!ended || !reports.isEmpty() || !clean)
+    const bool clean =
+        ended && reports.isEmpty() && host->exitStatus() == QProcess::NormalExit && host->exitCode() == 0;
+    if (!clean)
         host->dumpErrors();
     QVERIFY2(ended, "the host did not end within 60 s of being told to quit");
-    QVERIFY2(
-        reports.isEmpty(),
-        qPrintable(QStringLiteral("the host's stderr holds a sanitizer report: ") + reports.join(QLatin1String(", "))));
-    QVERIFY2(clean,
-             qPrintable(host->exitStatus() == QProcess::NormalExit
-                            ? QStringLiteral("the host ended with code %1").arg(host->exitCode())
-                            : QStringLiteral("the host crashed (signal %1)").arg(host->exitCode())));
+    QVERIFY2(reports.isEmpty(), qPrintable(QStringLiteral("sanitizer report: ") + reports.join(QLatin1String(", "))));
+    QCOMPARE(host->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(host->exitCode(), 0);
     QCOMPARE(host->lines(QStringLiteral("error ")), QStringList());
 }
 
@@ -447,16 +410,12 @@ void TestLifecycle::logoutStorm()
     // Watched for six seconds, while the host changes the volume and the cloud unbinds: whatever
     // arrives after the grace was sent for an ended session.
     QTest::qWait(int(graceMs));
-    QStringList early, all;
-    QVERIFY(upstream(early));
+    const QStringList early = upstream();
     qInfo().noquote() << "upstream until the end of the grace:" << summary(early);
     QVERIFY(host->run(QStringLiteral("volume 100")));
-    QVERIFY(!cloud
-                 .control("POST", "/control/mqtt/send",
-                          QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
-                 .isNull());
+    QVERIFY(unbind());
     QTest::qWait(int(qMax<qint64>(0, 6000 - sinceClear.elapsed())));
-    QVERIFY(upstream(all));
+    const QStringList all = upstream();
     QVERIFY2(all.size() == early.size(),
              qPrintable(QStringLiteral("upstream %1 ms and more after the last clear(): ").arg(graceMs)
                         + summary(all.mid(early.size()))));
@@ -515,7 +474,7 @@ void TestLifecycle::seededStress()
     const auto checkQuiet = [&] {
         if (live)
             return;
-        QVERIFY(upstream(topics));
+        topics = upstream();
         QVERIFY2(topics.size() == quietFrom,
                  qPrintable(QStringLiteral("upstream after the session ended at %1 ms: ").arg(endedAt)
                             + summary(topics.mid(quietFrom))));
@@ -524,7 +483,7 @@ void TestLifecycle::seededStress()
         live = false;
         endedAt = clock.elapsed();
         QTest::qWait(int(graceMs));
-        QVERIFY(upstream(topics));
+        topics = upstream();
         quietFrom = int(topics.size());
     };
     const auto bound = [&] {
@@ -549,7 +508,7 @@ void TestLifecycle::seededStress()
                 return;
             writeSession();
             step(QStringLiteral("autoLogin()"));
-            QVERIFY(upstream(topics));
+            topics = upstream();
             sessionStart = int(topics.size());
             QVERIFY(host->run(QStringLiteral("autologin")));
             QTRY_VERIFY(host->count(QStringLiteral("login ") + user)
@@ -609,10 +568,7 @@ void TestLifecycle::seededStress()
             }
             step(QStringLiteral("the cloud unbinds the device") + (live ? QString() : QStringLiteral(" (no session)")));
             const int logouts = host->count(QStringLiteral("logout"));
-            QVERIFY(!cloud
-                         .control("POST", "/control/mqtt/send",
-                                  QJsonDocument(QJsonObject{{"kind", "unbinding"}, {"modelId", model}, {"sn", serial}}))
-                         .isNull());
+            QVERIFY(unbind());
             if (!live)
                 break;
             QTRY_VERIFY_WITH_TIMEOUT(host->count(QStringLiteral("logout")) > logouts, 30000);
@@ -623,11 +579,10 @@ void TestLifecycle::seededStress()
         case RestartBroker: {
             const bool wasBound = bound();
             step(QStringLiteral("broker restart"));
-            QVERIFY(upstream(topics));
+            topics = upstream();
             const int before = int(topics.size());
             QVERIFY(broker.restart());
-            QVERIFY(
-                !cloud.control("POST", "/control/mqtt", QJsonDocument(QJsonObject{{"url", broker.url()}})).isNull());
+            QVERIFY(attachBroker());
             // A bound device says it is back, over the retained will of the lost connection.
             if (wasBound)
                 QTRY_VERIFY_WITH_TIMEOUT(upstream().mid(before).contains(online), 30000);
