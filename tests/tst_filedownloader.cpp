@@ -117,12 +117,16 @@ private Q_SLOTS:
         const QString failed = QStringLiteral("^W Download failed: ");
         const QString failedOnce = QStringLiteral("^W Download failed: [^\n]*$"); // reported once, not per arrival
         QTest::newRow("unknown file") << "missing.bin" << QJsonObject() << QByteArray() << none << failedOnce;
+        // A body larger than the reply's read buffer: left unread, it would hold the transfer open.
         QTest::newRow("404 with a body") << "a.bin"
-                                         << QJsonObject{{"kind", "status"}, {"status", 404}, {"body", "not here"}}
+                                         << QJsonObject{{"kind", "status"},
+                                                        {"status", 404},
+                                                        {"body", QString(300000, QLatin1Char('x'))}}
                                          << QByteArray() << none << failedOnce;
-        // What did arrive stays behind in the ".temp" file, deliberately.
-        QTest::newRow("dropped connection")
-            << "a.bin" << QJsonObject{{"kind", "drop_after"}, {"bytes", 100000}} << QByteArray() << part << failed;
+        // What did arrive stays behind in the ".temp" file, deliberately. (A break further in may
+        // lose what the network thread still held back beyond the reply's 64 KiB read buffer.)
+        QTest::newRow("dropped connection") << "a.bin" << QJsonObject{{"kind", "drop_after"}, {"bytes", 50000}}
+                                            << QByteArray() << generatedContent(0, 50000) << failed;
         QTest::newRow("announced 1 more")
             << "a.bin" << QJsonObject{{"kind", "wrong_length"}, {"delta", 1}} << QByteArray() << QByteArray() << failed;
         QTest::newRow("announced 1 less") << "a.bin" << QJsonObject{{"kind", "wrong_length"}, {"length", fileSize - 1}}
