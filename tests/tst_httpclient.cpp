@@ -6,6 +6,7 @@
 #include "localcloud/cloudsim.h"
 #include "support/logcapture.h"
 #include "support/modulelog.h"
+#include "support/sockettable.h"
 
 #include <QtTest>
 
@@ -14,6 +15,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTcpServer>
+#include <QTcpSocket>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
 using namespace talvor::cloudmaterial;
 
@@ -129,6 +135,33 @@ private Q_SLOTS:
             QVERIFY2(ModuleLog::is(lines[i], expected[i].second, where.c_str()), lines[i].text.c_str());
             QCOMPARE(lines[i].level, expected[i].first);
         }
+    }
+
+    // The client's own connections send at once: a POST's body, which Qt writes after its
+    // headers, must not wait for the server's delayed ACK. A host's connection to the same
+    // server, made before, keeps Nagle's rule.
+    void ownConnectionsSendAtOnce()
+    {
+        const int port = QUrl(m_sim.url(QStringLiteral("/"))).port();
+        QTcpSocket host;
+        host.connectToHost(QHostAddress::LocalHost, quint16(port));
+        QVERIFY(host.waitForConnected(5000));
+        const auto before = socketsToPort(port);
+        // A new connection from each calling thread's manager.
+        QVERIFY(m_client->get(m_sim.url(QStringLiteral("/echo")).toStdString(), {}, false).ok);
+        bool posted = false;
+        m_pool
+            ->enqueue(
+                [&] { posted = m_client->post(m_sim.url(QStringLiteral("/echo")).toStdString(), {}, "{}", false).ok; })
+            .get();
+        QVERIFY(posted);
+        const auto after = socketsToPort(port);
+        QCOMPARE(after.first - before.first, 2);
+        QCOMPARE(after.second - before.second, 2);
+        int on = -1;
+        socklen_t size = sizeof on;
+        QVERIFY(getsockopt(int(host.socketDescriptor()), IPPROTO_TCP, TCP_NODELAY, &on, &size) == 0);
+        QCOMPARE(on, 0);
     }
 
     // Last: its un-aborted replies keep connections to the hanging server open.

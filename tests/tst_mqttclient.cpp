@@ -6,6 +6,7 @@
 #include "localcloud/mosquitto.h"
 #include "support/logcapture.h"
 #include "support/modulelog.h"
+#include "support/sockettable.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -19,12 +20,8 @@
 
 #include <atomic>
 #include <cstdio>
-#include <dirent.h>
 #include <mutex>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 using talvor::cloudmaterial::MqttClientWrapper;
@@ -36,28 +33,6 @@ int indexOf(const std::vector<std::string> &texts, const std::string &text, int 
 {
     const auto it = std::find(texts.begin() + std::min<int>(from, int(texts.size())), texts.end(), text);
     return it == texts.end() ? -1 : int(it - texts.begin());
-}
-
-// This process's TCP connections to @p port: {all, those with TCP_NODELAY}.
-std::pair<int, int> socketsToPort(int port)
-{
-    std::pair<int, int> found{0, 0};
-    DIR *fds = opendir("/proc/self/fd");
-    while (const dirent *entry = fds ? readdir(fds) : nullptr) {
-        sockaddr_in peer{};
-        socklen_t length = sizeof peer;
-        int on = 0;
-        socklen_t size = sizeof on;
-        const int fd = std::atoi(entry->d_name);
-        if (fd <= 0 || getpeername(fd, reinterpret_cast<sockaddr *>(&peer), &length) != 0
-            || ntohs(peer.sin_port) != port)
-            continue;
-        ++found.first;
-        found.second += getsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, &size) == 0 && on;
-    }
-    if (fds)
-        closedir(fds);
-    return found;
 }
 
 // Publishes through a client no one here wrote.
