@@ -18,7 +18,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -81,6 +80,38 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Media, mid, oid, create_uid, approvalStatus, 
                                    pictureDafaultAddress)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MediaListData, count, mediaList)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MediaListReply, http_code, data, status)
+
+// The string members in the order the cloud writes them, for the hand-written readers and
+// writers of the other libraries: a Media's "media_entity" object stands between its head and
+// its tail.
+template<class Record>
+using StringField = std::pair<const char *, std::string Record::*>;
+const StringField<Media> mediaHead[] = {
+    {"mid", &Media::mid},
+    {"oid", &Media::oid},
+    {"create_uid", &Media::create_uid},
+    {"approvalStatus", &Media::approvalStatus},
+    {"mediaName", &Media::mediaName},
+    {"mediaType", &Media::mediaType},
+};
+const StringField<MediaEntity> entityFields[] = {
+    {"mid", &MediaEntity::mid},
+    {"size", &MediaEntity::size},
+    {"height", &MediaEntity::height},
+    {"width", &MediaEntity::width},
+    {"thumb_image_url", &MediaEntity::thumb_image_url},
+    {"unique", &MediaEntity::unique},
+    {"duration_time", &MediaEntity::duration_time},
+    {"video_support_platform", &MediaEntity::video_support_platform},
+};
+const StringField<Media> mediaTail[] = {
+    {"workgroup", &Media::workgroup},
+    {"isMediaSupported", &Media::isMediaSupported},
+    {"ossDir", &Media::ossDir},
+    {"bigPictureAddress", &Media::bigPictureAddress},
+    {"pictureAddress", &Media::pictureAddress},
+    {"pictureDafaultAddress", &Media::pictureDafaultAddress},
+};
 
 } // namespace catalogue
 
@@ -178,30 +209,15 @@ bool rapidRead(const std::string &text, MediaListReply &reply)
         return true;
     for (const rapidjson::Value &v : list->value.GetArray()) {
         Media m;
-        copyString(v, "mid", m.mid);
-        copyString(v, "oid", m.oid);
-        copyString(v, "create_uid", m.create_uid);
-        copyString(v, "approvalStatus", m.approvalStatus);
-        copyString(v, "mediaName", m.mediaName);
-        copyString(v, "mediaType", m.mediaType);
+        for (const auto &[key, member] : mediaHead)
+            copyString(v, key, m.*member);
         const auto e = v.FindMember("media_entity");
         if (e != v.MemberEnd() && e->value.IsObject()) {
-            MediaEntity &me = m.media_entity;
-            copyString(e->value, "mid", me.mid);
-            copyString(e->value, "size", me.size);
-            copyString(e->value, "height", me.height);
-            copyString(e->value, "width", me.width);
-            copyString(e->value, "thumb_image_url", me.thumb_image_url);
-            copyString(e->value, "unique", me.unique);
-            copyString(e->value, "duration_time", me.duration_time);
-            copyString(e->value, "video_support_platform", me.video_support_platform);
+            for (const auto &[key, member] : entityFields)
+                copyString(e->value, key, m.media_entity.*member);
         }
-        copyString(v, "workgroup", m.workgroup);
-        copyString(v, "isMediaSupported", m.isMediaSupported);
-        copyString(v, "ossDir", m.ossDir);
-        copyString(v, "bigPictureAddress", m.bigPictureAddress);
-        copyString(v, "pictureAddress", m.pictureAddress);
-        copyString(v, "pictureDafaultAddress", m.pictureDafaultAddress);
+        for (const auto &[key, member] : mediaTail)
+            copyString(v, key, m.*member);
         reply.data.mediaList.push_back(std::move(m));
     }
     return true;
@@ -229,29 +245,15 @@ std::string rapidWrite(const MediaListReply &reply)
     w.StartArray();
     for (const Media &m : reply.data.mediaList) {
         w.StartObject();
-        put(w, "mid", m.mid);
-        put(w, "oid", m.oid);
-        put(w, "create_uid", m.create_uid);
-        put(w, "approvalStatus", m.approvalStatus);
-        put(w, "mediaName", m.mediaName);
-        put(w, "mediaType", m.mediaType);
+        for (const auto &[key, member] : mediaHead)
+            put(w, key, m.*member);
         w.Key("media_entity");
         w.StartObject();
-        put(w, "mid", m.media_entity.mid);
-        put(w, "size", m.media_entity.size);
-        put(w, "height", m.media_entity.height);
-        put(w, "width", m.media_entity.width);
-        put(w, "thumb_image_url", m.media_entity.thumb_image_url);
-        put(w, "unique", m.media_entity.unique);
-        put(w, "duration_time", m.media_entity.duration_time);
-        put(w, "video_support_platform", m.media_entity.video_support_platform);
+        for (const auto &[key, member] : entityFields)
+            put(w, key, m.media_entity.*member);
         w.EndObject();
-        put(w, "workgroup", m.workgroup);
-        put(w, "isMediaSupported", m.isMediaSupported);
-        put(w, "ossDir", m.ossDir);
-        put(w, "bigPictureAddress", m.bigPictureAddress);
-        put(w, "pictureAddress", m.pictureAddress);
-        put(w, "pictureDafaultAddress", m.pictureDafaultAddress);
+        for (const auto &[key, member] : mediaTail)
+            put(w, key, m.*member);
         w.EndObject();
     }
     w.EndArray();
@@ -292,9 +294,8 @@ simdjson::error_code readInt(Object &object, const char *key, std::int32_t &out)
     return error;
 }
 
-template<class Object, class Record>
-simdjson::error_code readStrings(Object &object, Record &record,
-                                 std::initializer_list<std::pair<const char *, std::string Record::*>> fields)
+template<class Object, class Record, std::size_t N>
+simdjson::error_code readStrings(Object &object, Record &record, const StringField<Record> (&fields)[N])
 {
     for (const auto &[key, member] : fields) {
         if (auto error = readString(object, key, record.*member))
@@ -305,36 +306,15 @@ simdjson::error_code readStrings(Object &object, Record &record,
 
 simdjson::error_code readMedia(ondemand::object object, Media &m)
 {
-    if (auto error = readStrings(object, m,
-                                 {{"mid", &Media::mid},
-                                  {"oid", &Media::oid},
-                                  {"create_uid", &Media::create_uid},
-                                  {"approvalStatus", &Media::approvalStatus},
-                                  {"mediaName", &Media::mediaName},
-                                  {"mediaType", &Media::mediaType}}))
+    if (auto error = readStrings(object, m, mediaHead))
         return error;
     ondemand::object entity;
     auto error = object["media_entity"].get_object().get(entity);
-    if (!error) {
-        error = readStrings(entity, m.media_entity,
-                            {{"mid", &MediaEntity::mid},
-                             {"size", &MediaEntity::size},
-                             {"height", &MediaEntity::height},
-                             {"width", &MediaEntity::width},
-                             {"thumb_image_url", &MediaEntity::thumb_image_url},
-                             {"unique", &MediaEntity::unique},
-                             {"duration_time", &MediaEntity::duration_time},
-                             {"video_support_platform", &MediaEntity::video_support_platform}});
-    }
+    if (!error)
+        error = readStrings(entity, m.media_entity, entityFields);
     if (error && error != simdjson::NO_SUCH_FIELD)
         return error;
-    return readStrings(object, m,
-                       {{"workgroup", &Media::workgroup},
-                        {"isMediaSupported", &Media::isMediaSupported},
-                        {"ossDir", &Media::ossDir},
-                        {"bigPictureAddress", &Media::bigPictureAddress},
-                        {"pictureAddress", &Media::pictureAddress},
-                        {"pictureDafaultAddress", &Media::pictureDafaultAddress}});
+    return readStrings(object, m, mediaTail);
 }
 
 simdjson::error_code readList(ondemand::object object, MediaListData &data)

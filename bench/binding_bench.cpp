@@ -28,6 +28,8 @@
 #include "localcloud/cloudsim.h"
 #include "localcloud/mosquitto.h"
 
+#include "benchsupport.h"
+
 #include <pwspdlog/spdlogapplication.h>
 
 #include <spdlog/sinks/base_sink.h>
@@ -60,6 +62,7 @@
 #include <vector>
 
 using namespace talvor::cloudmaterial;
+using bench::median;
 
 namespace {
 
@@ -72,13 +75,6 @@ constexpr int waitLimitMs = 30000;
 std::string topic(const char *root, const char *suffix)
 {
     return root + model + '/' + serial + suffix;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
 // One clock for every thread: QElapsedTimer is monotonic and reading it is const.
@@ -328,10 +324,8 @@ int main(int argc, char **argv)
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Device binding and get round trip benchmark against cloudsim"));
     parser.addHelpOption();
-    const QCommandLineOption runsOption(QStringLiteral("runs"), QStringLiteral("Bindings timed (default 20)."),
-                                        QStringLiteral("n"), QStringLiteral("20"));
-    const QCommandLineOption getsOption(QStringLiteral("gets"), QStringLiteral("Get round trips timed (default 50)."),
-                                        QStringLiteral("n"), QStringLiteral("50"));
+    const QCommandLineOption runsOption = bench::countOption("runs", "Bindings timed", 20);
+    const QCommandLineOption getsOption = bench::countOption("gets", "Get round trips timed", 50);
     const QCommandLineOption qosOption(QStringLiteral("get-qos"),
                                        QStringLiteral("QoS of the get requests (default 2, as the cloud sends them)."),
                                        QStringLiteral("qos"), QStringLiteral("2"));

@@ -20,6 +20,8 @@
 #include "localcloud/cloudsim.h"
 #include "support/generatedcontent.h"
 
+#include "benchsupport.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -46,6 +48,7 @@
 #include <sys/resource.h>
 
 using namespace talvor::cloudmaterial;
+using bench::median;
 
 namespace {
 
@@ -65,13 +68,6 @@ QByteArray scenario()
     const QJsonObject root{{QStringLiteral("accounts"), QJsonArray{account}},
                            {QStringLiteral("files"), QJsonArray{file}}};
     return QJsonDocument(root).toJson(QJsonDocument::Compact);
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
 bool trustCa(const QString &caFile)
@@ -266,12 +262,8 @@ int main(int argc, char **argv)
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Download and catalogue refresh benchmark against cloudsim"));
     parser.addHelpOption();
-    const QCommandLineOption roundsOption(QStringLiteral("rounds"),
-                                          QStringLiteral("Downloads per client (default 5; 0 skips them)."),
-                                          QStringLiteral("n"), QStringLiteral("5"));
-    const QCommandLineOption refreshOption(QStringLiteral("refresh-runs"),
-                                           QStringLiteral("Catalogue refreshes timed (default 20)."),
-                                           QStringLiteral("n"), QStringLiteral("20"));
+    const QCommandLineOption roundsOption = bench::countOption("rounds", "Downloads per client, 0 skips them", 5);
+    const QCommandLineOption refreshOption = bench::countOption("refresh-runs", "Catalogue refreshes timed", 20);
     parser.addOption(roundsOption);
     parser.addOption(refreshOption);
     parser.process(app);

@@ -30,6 +30,8 @@
 
 #include "localcloud/cloudsim.h"
 
+#include "benchsupport.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -59,6 +61,7 @@
 #include <vector>
 
 using namespace talvor::cloudmaterial;
+using bench::median;
 
 namespace {
 
@@ -80,37 +83,25 @@ struct PaintLog
     }
 };
 
-class CountingGridDelegate : public DetailListItemDelegate
+// The view's own delegate, noting each item it paints.
+template<class Delegate>
+class Counting : public Delegate
 {
 public:
-    CountingGridDelegate(PaintLog &log, QObject *parent)
-        : DetailListItemDelegate(parent)
+    Counting(PaintLog &log, QObject *parent)
+        : Delegate(parent)
         , log(log)
     {
     }
     void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
     {
-        DetailListItemDelegate::paint(painter, option, index);
+        Delegate::paint(painter, option, index);
         log.record(index);
     }
     PaintLog &log;
 };
-
-class CountingTableDelegate : public QStyledItemDelegate
-{
-public:
-    CountingTableDelegate(PaintLog &log, QObject *parent)
-        : QStyledItemDelegate(parent)
-        , log(log)
-    {
-    }
-    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
-    {
-        QStyledItemDelegate::paint(painter, option, index);
-        log.record(index);
-    }
-    PaintLog &log;
-};
+using CountingGridDelegate = Counting<DetailListItemDelegate>;
+using CountingTableDelegate = Counting<QStyledItemDelegate>;
 
 std::vector<CloudMaterialModel> materials()
 {
@@ -127,13 +118,6 @@ std::vector<CloudMaterialModel> materials()
         rows.push_back(m);
     }
     return rows;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
 // One run: announce every material from a worker thread, wait until all are painted.
@@ -286,8 +270,7 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QCommandLineParser parser;
     parser.addHelpOption();
-    const QCommandLineOption runsOption(QStringLiteral("runs"), QStringLiteral("Runs per view (default 20)."),
-                                        QStringLiteral("N"), QStringLiteral("20"));
+    const QCommandLineOption runsOption = bench::countOption("runs", "Runs per view", 20);
     parser.addOption(runsOption);
     parser.process(app);
     const int runs = std::max(1, parser.value(runsOption).toInt());

@@ -84,6 +84,16 @@ class HttpClientWrapper::Private
 {
 public:
     enum class Wait { Finished, TimedOut, Closed };
+    struct Exchange
+    {
+        Wait wait = Wait::Closed;
+        int status = 0;
+        std::string body;
+    };
+
+    /** Issues the request with @p send on this thread's manager and waits for it; frees the reply. */
+    template<typename Send>
+    Exchange exchange(const QNetworkRequest &request, Send send);
 
     /** Null once shut down. */
     QNetworkAccessManager *managerForThisThread();
@@ -136,6 +146,33 @@ HttpClientWrapper::Private::Wait HttpClientWrapper::Private::waitForReply(QNetwo
     return closing ? Wait::Closed : Wait::TimedOut;
 }
 
+template<typename Send>
+HttpClientWrapper::Private::Exchange HttpClientWrapper::Private::exchange(const QNetworkRequest &request, Send send)
+{
+    Exchange result;
+    QNetworkAccessManager *manager = managerForThisThread();
+    if (!manager)
+        return result;
+    const LowDelay lowDelay(request.url());
+    QNetworkReply *reply = send(*manager);
+    result.wait = waitForReply(reply);
+    switch (result.wait) {
+    case Wait::Finished:
+        lowDelay.apply(reply);
+        result.status = statusOf(reply);
+        result.body = readBody(reply);
+        reply->deleteLater();
+        break;
+    case Wait::TimedOut:
+        releaseLate(reply);
+        break;
+    case Wait::Closed:
+        reply->abort(); // its manager, going now, frees it
+        break;
+    }
+    return result;
+}
+
 HttpClientWrapper::HttpClientWrapper(std::shared_ptr<WorkerPool> pool)
     : d(std::make_unique<Private>())
 {
@@ -181,32 +218,17 @@ HttpReply HttpClientWrapper::get(const std::string &url, const HttpHeaders &head
     // loop can wait for a reply.
     if (!QCoreApplication::instance())
         return {};
-    QNetworkAccessManager *manager = d->managerForThisThread();
-    if (!manager)
-        return {};
     const QNetworkRequest request = makeRequest(url, headers);
-    const LowDelay lowDelay(request.url());
-    QNetworkReply *reply = manager->get(request);
-
-    switch (d->waitForReply(reply)) {
-    case Private::Wait::Finished:
-        lowDelay.apply(reply);
-        break;
-    case Private::Wait::TimedOut:
+    const auto reply = d->exchange(request, [&](QNetworkAccessManager &manager) { return manager.get(request); });
+    if (reply.wait == Private::Wait::TimedOut)
         RXCM_LOG_WARN("get reply timeout, url: {}", url);
-        releaseLate(reply);
+    if (reply.wait != Private::Wait::Finished)
         return {};
-    case Private::Wait::Closed:
-        reply->abort(); // its manager, going now, frees it
-        return {};
-    }
 
     HttpReply result;
-    const int status = statusOf(reply);
-    result.body = readBody(reply);
-    reply->deleteLater();
-    if (status != 200) {
-        RXCM_LOG_WARN("get reply err, url: {}, status code: {}, msg: {}", url, status, result.body);
+    result.body = reply.body;
+    if (reply.status != 200) {
+        RXCM_LOG_WARN("get reply err, url: {}, status code: {}, msg: {}", url, reply.status, result.body);
         return result;
     }
     if (logReply)
@@ -236,37 +258,22 @@ HttpReply HttpClientWrapper::post(const std::string &url, const HttpHeaders &hea
         RXCM_LOG_INFO("post data: {}", body);
     }
 
-    QNetworkAccessManager *manager = d->managerForThisThread();
-    if (!manager)
-        return {};
-    const LowDelay lowDelay(request.url());
-    QNetworkReply *reply = manager->post(request, QByteArray::fromStdString(body));
-
-    switch (d->waitForReply(reply)) {
-    case Private::Wait::Finished:
-        lowDelay.apply(reply);
-        break;
-    case Private::Wait::TimedOut:
-        // The same text as get's: the cloud's operators search the logs for it.
+    const auto reply = d->exchange(request, [&](QNetworkAccessManager &manager) {
+        return manager.post(request, QByteArray::fromStdString(body));
+    });
+    // The same text as get's: the cloud's operators search the logs for it.
+    if (reply.wait == Private::Wait::TimedOut)
         RXCM_LOG_WARN("get reply timeout, url: {}", url);
-        releaseLate(reply);
+    if (reply.wait != Private::Wait::Finished)
         return {};
-    case Private::Wait::Closed:
-        reply->abort(); // its manager, going now, frees it
-        return {};
-    }
 
     HttpReply result;
-    const int status = statusOf(reply);
-    if (status != 200) {
-        RXCM_LOG_WARN("post reply err, status code: {}", status);
-        result.body = readBody(reply);
-        reply->deleteLater();
+    result.body = reply.body;
+    if (reply.status != 200) {
+        RXCM_LOG_WARN("post reply err, status code: {}", reply.status);
         RXCM_LOG_INFO("post reply: {}", result.body);
         return result;
     }
-    result.body = readBody(reply);
-    reply->deleteLater();
     if (log)
         RXCM_LOG_INFO("post reply: {}", result.body);
     result.ok = result.body.find(errorKey) == std::string::npos;
