@@ -42,19 +42,7 @@ set(client_id "${CMAKE_MATCH_1}")
 # The folder as a pattern: a build path may hold characters that mean something in one.
 string(REGEX REPLACE "([][+.*()^$?|\\])" "\\\\\\1" folder_re "${folder}")
 
-function(expect_in_order side output)
-  set(rest "${output}")
-  foreach(step IN LISTS ARGN)
-    string(REGEX MATCH "${step}" found "${rest}")
-    if(NOT found)
-      message(FATAL_ERROR "missing in the ${side}'s output (in this order): ${step}")
-    endif()
-    string(FIND "${rest}" "${found}" at)
-    string(LENGTH "${found}" length)
-    math(EXPR at "${at} + ${length}")
-    string(SUBSTRING "${rest}" ${at} -1 rest)
-  endforeach()
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/expectinorder.cmake)
 
 expect_in_order(server "${server_out}"
   "step: local cloud running, config in ${folder_re}/config"

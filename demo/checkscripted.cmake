@@ -23,15 +23,8 @@ set(expected
   "step: dragging d01 onto the playlist with the pointer"
   "step: playlist holds harbour-sunrise.jpg"
   "step: done")
-set(rest "${output}")
-foreach(step IN LISTS expected)
-  string(REGEX MATCH "${step}.*" found "${rest}")
-  if(NOT found)
-    message(FATAL_ERROR "missing in the demo's output (in this order): ${step}")
-  endif()
-  # Past this line's "step:", so a repeated step needs a line of its own.
-  string(SUBSTRING "${found}" 1 -1 rest)
-endforeach()
+include(${CMAKE_CURRENT_LIST_DIR}/expectinorder.cmake)
+expect_in_order(demo "${output}" ${expected})
 
 # The downloads are the local cloud's real files: a JPEG picture, a WAV tune, a PDF page.
 foreach(pair "d01=JPEG picture" "d03=WAV audio" "d04=PDF document")

@@ -1,0 +1,15 @@
+# expect_in_order(<side> <output> <pattern>...): each pattern must match in <output> after
+# the previous one's match; the first that does not stops the check and names <side>.
+function(expect_in_order side output)
+  set(rest "${output}")
+  foreach(step IN LISTS ARGN)
+    string(REGEX MATCH "${step}" found "${rest}")
+    if(NOT found)
+      message(FATAL_ERROR "missing in the ${side}'s output (in this order): ${step}")
+    endif()
+    string(FIND "${rest}" "${found}" at)
+    string(LENGTH "${found}" length)
+    math(EXPR at "${at} + ${length}")
+    string(SUBSTRING "${rest}" ${at} -1 rest)
+  endforeach()
+endfunction()
