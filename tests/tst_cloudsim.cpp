@@ -6,6 +6,7 @@
 #include "localcloud/cloudsim.h"
 #include "localcloud/mosquitto.h"
 #include "support/cloudclient.h"
+#include "support/cloudoracle.h"
 #include "support/generatedcontent.h"
 #include "support/testrsa.h"
 
@@ -64,84 +65,6 @@ QJsonValue at(QJsonValue v, const QString &path)
 QJsonArray mediaList(const QJsonObject &catalogue)
 {
     return at(catalogue, "data/mediaList").toArray();
-}
-
-struct Triple
-{
-    QString sessionId, sig, token;
-};
-
-// The page's algorithm as documented: token = "nc-" + base64url(summary), sig = hex
-// HMAC-SHA256 of sessionId + "|" + token under the page key.
-Triple signedTriple(const QString &token)
-{
-    Triple t{QUuid::createUuid().toString(QUuid::WithoutBraces), QString(), token};
-    t.sig = QString::fromLatin1(QMessageAuthenticationCode::hash((t.sessionId + "|" + token).toUtf8(), "rxcm-slider-v1",
-                                                                 QCryptographicHash::Sha256)
-                                    .toHex());
-    return t;
-}
-
-// The page's token of a drag: "nc-" and base64url of its summary {"dx":258,"ms":840,"n":37}.
-Triple sliderTriple()
-{
-    return signedTriple(QStringLiteral("nc-eyJkeCI6MjU4LCJtcyI6ODQwLCJuIjozN30"));
-}
-
-// What the module does with its built-in key: RSA PKCS#1 v1.5, then Base64.
-QString encryptForCloud(const QByteArray &plain)
-{
-    return QString::fromLatin1(TestRsa::encrypt(talvor::cloudmaterial::loginPublicKey, plain).toBase64());
-}
-
-QByteArray deviceSignature(qint64 fromNow)
-{
-    return QJsonDocument(QJsonObject{{"source", "rxcm"},
-                                     {"deviceSignature", "dev-42"},
-                                     {"timestamp", QDateTime::currentMSecsSinceEpoch() + fromNow}})
-        .toJson(QJsonDocument::Compact);
-}
-
-// The module sends every member of a record, empty or not; the slider triple when given.
-QJsonObject loginInfo(const QJsonObject &filled, const Triple &t = {})
-{
-    QJsonObject body{{"sessionId", t.sessionId}, {"sig", t.sig}, {"token", t.token}};
-    for (const char *key : {"identityVerifyCode", "oauthConfiguration", "mobilePhone", "countryCode", "creditSignature",
-                            "email", "identify", "password"})
-        body.insert(QLatin1String(key), filled.value(QLatin1String(key)).toString());
-    return body;
-}
-
-// A phone's country code goes in "parameter"; no address makes it a slider check only.
-QJsonObject codeRequest(const QString &address, const Triple &t, const char *templateCode = "LOGIN")
-{
-    const bool email = address.contains(QLatin1Char('@')), none = address.isEmpty();
-    const char *type = none ? "" : email ? "EMAIL" : "MOBILE_PHONE";
-    return QJsonObject{{"flag", 0},
-                       {"key", "key-7"},
-                       {"phone", address},
-                       {"parameter", email || none ? "" : "86"},
-                       {"sessionId", t.sessionId},
-                       {"sig", t.sig},
-                       {"token", t.token},
-                       {"templateCode", none ? "" : templateCode},
-                       {"type", type}};
-}
-
-// AES-256-ECB with PKCS#7 padding; empty when the padding does not check out.
-QByteArray aesDecrypt(const QByteArray &key, const QByteArray &ciphertext)
-{
-    EVP_CIPHER_CTX *ctx = EVP_CIPHER_CTX_new();
-    QByteArray out(ciphertext.size() + 32, '\0');
-    int first = 0, last = 0;
-    auto *o = reinterpret_cast<unsigned char *>(out.data());
-    const bool ok =
-        EVP_DecryptInit_ex(ctx, EVP_aes_256_ecb(), nullptr, reinterpret_cast<const uchar *>(key.data()), nullptr)
-        && EVP_DecryptUpdate(ctx, o, &first, reinterpret_cast<const uchar *>(ciphertext.data()), ciphertext.size())
-        && EVP_DecryptFinal_ex(ctx, o + first, &last);
-    EVP_CIPHER_CTX_free(ctx);
-    out.resize(ok ? first + last : 0);
-    return out;
 }
 
 Fields fields(const QJsonObject &object)
@@ -236,6 +159,8 @@ private Q_SLOTS:
     void deviceCreditSignature();
     void mqttExchange_data();
     void mqttExchange();
+    void mqttExchangeRefusals_data();
+    void mqttExchangeRefusals();
 
 private:
     Answer send(const Request &r)
@@ -612,6 +537,73 @@ void TestCloudSim::mqttExchange()
                 "value/cirro"),
              QJsonValue(QJsonObject{{"username", "bind-user"}, {"password", "bind-pass"}, {"server", broker.url()}}));
     QCOMPARE(m_client->send("/gateway/apis?cirro=" + path, {{"authorization", "tok-1"}}).status, 405);
+}
+
+// A valid key message with one thing wrong per row, in the order the checks run.
+void TestCloudSim::mqttExchangeRefusals_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<QString>("result"); // as the control API logs it
+    QTest::newRow("no gateway headers") << "headers"
+                                        << "invalid request source"
+                                        << "invalid request source";
+    QTest::newRow("token differs from authorization") << "token"
+                                                      << "invalid token"
+                                                      << "invalid token";
+    QTest::newRow("not RSA of this endpoint") << "garbage"
+                                              << "the key message cannot be decrypted"
+                                              << "undecryptable";
+    QTest::newRow("for the backup endpoint") << "backup key"
+                                             << "the key message cannot be decrypted"
+                                             << "undecryptable";
+    QTest::newRow("two pieces") << "two pieces"
+                                << "the key message is malformed"
+                                << "malformed";
+    QTest::newRow("a 16-byte key") << "short key"
+                                   << "the key message is malformed"
+                                   << "malformed";
+    QTest::newRow("expiry not a number") << "expiry text"
+                                         << "the key message is malformed"
+                                         << "malformed";
+    QTest::newRow("other product code") << "product"
+                                        << "unknown product code"
+                                        << "unknown product";
+    QTest::newRow("expired a second ago") << "expired"
+                                          << "the key message has expired"
+                                          << "expired";
+}
+
+void TestCloudSim::mqttExchangeRefusals()
+{
+    QFETCH(QString, fault);
+    QFETCH(QString, error);
+    QFETCH(QString, result);
+    QVERIFY(m_cloud.control("DELETE", QStringLiteral("/control/mqtt/auth")).isObject());
+    const QJsonObject dns = m_client->send(QStringLiteral("/mqtt/control/v1/")).json();
+    const QByteArray pem = TestRsa::pemFromBody(
+        at(dns, fault == "backup key" ? "data/slave/0/publicKey" : "data/main/publicKey").toString());
+    const QByteArray key(fault == "short key" ? 16 : 32, 'k');
+    const qint64 expiry = QDateTime::currentMSecsSinceEpoch() + (fault == "expired" ? -1000 : 6000);
+    QByteArray message = (fault == "product" ? "100002" : "100001") + QByteArray("||") + key.toBase64() + "||"
+        + (fault == "expiry text" ? QByteArray("soon") : QByteArray::number(expiry));
+    if (fault == "two pieces")
+        message = message.left(message.lastIndexOf("||"));
+    const QByteArray ciphertext = fault == "garbage" ? QByteArray(256, 'x') : TestRsa::encrypt(pem, message);
+    Headers headers = fault == "headers" ? Headers{{"Token", "tok-1"}, {"Authorization", "tok-1"}}
+                                         : CloudClient::gatewayHeaders("tok-1");
+    if (fault == "token")
+        headers = CloudClient::gatewayHeaders() + Headers{{"Token", "tok-1"}, {"Authorization", "tok-2"}};
+    const QJsonObject record{{"authCiphertext", QString::fromLatin1(ciphertext.toBase64())}, {"type", "1"}};
+    const Answer a = m_client->send(QUrl(at(dns, "data/main/mqttAuthUrl").toString()).path(),
+                                    headers + Headers{{"Content-Type", "application/json"}}, "POST",
+                                    QJsonDocument(record).toJson(QJsonDocument::Compact));
+    QCOMPARE(a.status, 200);
+    QCOMPARE(a.json().value("status").toString(), QStringLiteral("fail"));
+    QCOMPARE(a.json().value("error").toString(), error);
+    QVERIFY(!a.json().contains("data"));
+    const QJsonValue logged = at(m_cloud.control("GET", QStringLiteral("/control/mqtt/auth")).object(), "exchanges/0");
+    QCOMPARE(at(logged, "result").toString(), result);
 }
 
 QTEST_MAIN(TestCloudSim)

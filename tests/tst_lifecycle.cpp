@@ -7,10 +7,10 @@
 #include "localcloud/cloudsim.h"
 #include "localcloud/mosquitto.h"
 #include "support/generatedcontent.h"
+#include "support/hostprocess.h"
 
 #include <QtTest>
 
-#include <QProcess>
 #include <QScopeGuard>
 
 #include <algorithm>
@@ -85,19 +85,6 @@ quint32 stressSeed()
     return ok ? given : std::random_device()();
 }
 
-// What AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer print when they find something.
-const char *const sanitizerMarkers[] = {"ERROR: AddressSanitizer", "runtime error:", "LeakSanitizer"};
-
-QStringList sanitizerReports(const QByteArray &errors)
-{
-    QStringList found;
-    for (const char *marker : sanitizerMarkers) {
-        if (errors.contains(marker))
-            found << QLatin1String(marker);
-    }
-    return found;
-}
-
 // "report/online, post/binding": what went upstream, in order.
 QString summary(const QStringList &topics)
 {
@@ -106,108 +93,6 @@ QString summary(const QStringList &topics)
         kinds << topic.section(QLatin1Char('/'), 2, 2) + QLatin1Char('/') + topic.section(QLatin1Char('/'), -2, -2);
     return kinds.join(QLatin1String(", "));
 }
-
-/**
- * The host process: commands go to its stdin, its answers and the façade's signals come back as
- * lines on its stdout. Lives on the test's thread.
- */
-class HostProcess
-{
-public:
-    HostProcess()
-    {
-        QObject::connect(&process, &QProcess::readyReadStandardOutput, &process, [this] { readOutput(); });
-        QObject::connect(&process, &QProcess::readyReadStandardError, &process,
-                         [this] { errorText += process.readAllStandardError(); });
-    }
-
-    ~HostProcess()
-    {
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished(10000);
-        }
-    }
-
-    bool start(const QStringList &arguments, const QString &workingDirectory)
-    {
-        process.setWorkingDirectory(workingDirectory);
-        process.start(QStringLiteral(RXCM_LIFECYCLEHOST_PATH), arguments);
-        // A sanitized host on a loaded machine takes a while to map its libraries.
-        return process.waitForStarted(30000)
-            && QTest::qWaitFor([this] { return said.contains(QStringLiteral("ready")); }, 60000);
-    }
-
-    void send(const QStringList &commands)
-    {
-        process.write((commands.join(QLatin1Char('\n')) + QLatin1Char('\n')).toUtf8());
-    }
-
-    /** Sends @p command and waits until it is done. */
-    bool run(const QString &command, int timeoutMs = 60000)
-    {
-        const QString done = QStringLiteral("done ") + command;
-        const int before = said.count(done);
-        send({command});
-        return QTest::qWaitFor([&] { return said.count(done) > before; }, timeoutMs);
-    }
-
-    /** The names the panel lists, in its order. */
-    QStringList names()
-    {
-        if (!run(QStringLiteral("names")))
-            return {};
-        const QStringList answers = said.filter(QRegularExpression(QStringLiteral("^names( |$)")));
-        return answers.last().mid(6).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    }
-
-    /** Quits and waits for the end; @p elapsedMs is the time from the command to the end. */
-    bool quit(qint64 *elapsedMs)
-    {
-        QElapsedTimer clock;
-        clock.start();
-        send({QStringLiteral("quit")});
-        const bool ended = process.waitForFinished(60000);
-        *elapsedMs = clock.elapsed();
-        readOutput();
-        errorText += process.readAllStandardError();
-        return ended;
-    }
-
-    int count(const QString &line) const { return said.count(line); }
-    QStringList lines(const QString &prefix) const
-    {
-        return said.filter(QRegularExpression(QLatin1Char('^') + QRegularExpression::escape(prefix)));
-    }
-    QProcess::ExitStatus exitStatus() const { return process.exitStatus(); }
-    int exitCode() const { return process.exitCode(); }
-    QByteArray errors() const { return errorText; }
-
-    /** Writes the host's stderr to ours, from the first sanitizer report or else its last lines. */
-    void dumpErrors() const
-    {
-        int from = qMax(0, errorText.size() - 8000);
-        for (const char *marker : sanitizerMarkers)
-            from = errorText.contains(marker) ? qMin(from, errorText.indexOf(marker)) : from;
-        std::fprintf(stderr, "----- lifecyclehost stderr -----\n%s\n-----\n", errorText.mid(from).constData());
-    }
-
-private:
-    void readOutput()
-    {
-        outputBuffer += process.readAllStandardOutput();
-        int newline;
-        while ((newline = outputBuffer.indexOf('\n')) >= 0) {
-            said << QString::fromUtf8(outputBuffer.left(newline));
-            outputBuffer.remove(0, newline + 1);
-        }
-    }
-
-    QProcess process;
-    QByteArray outputBuffer;
-    QStringList said;
-    QByteArray errorText;
-};
 
 } // namespace
 
@@ -293,7 +178,8 @@ void TestLifecycle::writeSession()
 bool TestLifecycle::startHost()
 {
     host = std::make_unique<HostProcess>();
-    return host->start({QStringLiteral("--config"), work->filePath(QStringLiteral("config")),
+    return host->start(QStringLiteral(RXCM_LIFECYCLEHOST_PATH),
+                       {QStringLiteral("--config"), work->filePath(QStringLiteral("config")),
                         QStringLiteral("--materials"), folder(), QStringLiteral("--ca"), cloud.caFile(),
                         QStringLiteral("--serial"), serial},
                        work->path());

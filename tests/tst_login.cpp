@@ -1,6 +1,5 @@
-// The login protocol against the local cloud over real TLS: the node directory and the global
-// DNS entry, the slider and code checks, the three login modes with the cloud's error codes,
-// the session a login writes, the second factor of a new device, and the dialogs' wiring.
+// The login protocol against the local cloud over real TLS: the slider and code checks, the three login modes with the
+// cloud's error codes, the session a login writes, the second factor of a new device, and the dialogs' wiring.
 
 #include "cloudmaterial/configstore.h"
 #include "cloudmaterial/currentnode.h"
@@ -18,6 +17,7 @@
 #include "support/cloudclient.h"
 #include "support/freshlogin.h"
 #include "support/logcapture.h"
+#include "support/loginscenario.h"
 #include "support/modulelog.h"
 
 #include <QtTest>
@@ -32,123 +32,6 @@
 
 using namespace talvor::cloudmaterial;
 
-namespace {
-
-const QString servicePrefix = QStringLiteral("v1/web-backend-service/");
-const QString sliderService = servicePrefix + QStringLiteral("identity-verify-code/slider");
-const QString phoneService = servicePrefix + QStringLiteral("authenticate/limit/mobile-phone");
-const QString emailService = servicePrefix + QStringLiteral("authenticate/limit/email");
-const QString passwordService = servicePrefix + QStringLiteral("authenticate/limit/password");
-const QString phoneCodeService = servicePrefix + QStringLiteral("account/mobilephoneverifycode");
-const QString creditService = servicePrefix + QStringLiteral("loginidentity/device-credit-signature");
-
-// Alice's codes are always the same, once asked for; Bob needs a second factor and gets a fresh
-// code with every request.
-const char *const alicePhone = "13800000001", *const aliceEmail = "alice@example.com", *const aliceCode = "123456";
-const char *const bobPhone = "13900000002";
-const QByteArray accounts = R"({"accounts":[{"name":"alice","password":"Secret-1","phone":"13800000001",)"
-                            R"("email":"alice@example.com","code":"123456","token":"tok-alice"},)"
-                            R"({"name":"bob","password":"Bob-pass2","phone":"13900000002","secondFactor":true}]})";
-
-QByteArray scenario(const char *member = nullptr, const QJsonValue &value = {})
-{
-    QJsonObject root = QJsonDocument::fromJson(accounts).object();
-    if (member)
-        root.insert(QLatin1String(member), value);
-    return QJsonDocument(root).toJson(QJsonDocument::Compact);
-}
-
-enum class Mode { Phone, Email, Password };
-
-// A login as the dialog builds it. A password login carries what the slider page delivers, a
-// new session each time; a code login needs alice's code to have been sent (armCodes).
-LoginInfo loginFor(Mode mode, const char *identify = "alice", const char *password = "Secret-1")
-{
-    LoginInfo info;
-    info.mobilePhone = mode == Mode::Phone ? alicePhone : "";
-    info.countryCode = mode == Mode::Phone ? "+86" : "";
-    info.email = mode == Mode::Email ? aliceEmail : "";
-    info.identityVerifyCode = mode == Mode::Password ? "" : aliceCode;
-    if (mode != Mode::Password)
-        return info;
-    info.identify = identify;
-    info.password = rsaPublicEncrypt(password, loginPublicKey);
-    const FreshLogin::Triple triple = FreshLogin::sliderTriple();
-    info.sessionId = triple.sessionId;
-    info.sig = triple.sig;
-    info.token = triple.token;
-    return info;
-}
-
-// Has @p cloud send alice's phone and e-mail codes, leaving no request in its log.
-bool armCodes(CloudSim &cloud)
-{
-    return FreshLogin::sentCode(cloud, QLatin1String(alicePhone)) == QLatin1String(aliceCode)
-        && FreshLogin::sentCode(cloud, QLatin1String(aliceEmail)) == QLatin1String(aliceCode) && cloud.clearRequests();
-}
-
-// A code request as the login dialog builds it for alice's phone.
-AliVerifyCodeInfo codeRequestFor(const char *address)
-{
-    const bool email = QByteArray(address).contains('@');
-    const FreshLogin::Triple triple = FreshLogin::sliderTriple();
-    AliVerifyCodeInfo info;
-    info.key = "k-9";
-    info.phone = address;
-    info.parameter = email ? "" : "+86";
-    info.type = email ? "EMAIL" : "MOBILE_PHONE";
-    info.templateCode = "LOGIN";
-    info.sessionId = triple.sessionId;
-    info.sig = triple.sig;
-    info.token = triple.token;
-    return info;
-}
-
-QString gatewayPath(const QString &service)
-{
-    return QStringLiteral("/gateway/apis?cirro=") + service;
-}
-
-QString headerOf(const QJsonObject &request, const char *name)
-{
-    const QJsonObject headers = request.value("headers").toObject();
-    for (auto it = headers.begin(); it != headers.end(); ++it)
-        if (it.key().compare(QLatin1String(name), Qt::CaseInsensitive) == 0)
-            return it.value().toString();
-    return {};
-}
-
-QJsonObject bodyOf(const QJsonObject &request)
-{
-    return QJsonDocument::fromJson(request.value("body").toString().toUtf8()).object();
-}
-
-// The paths of the requests of @p cloud that went to the login gateway, oldest first.
-QStringList gatewayPaths(CloudSim &cloud, QList<QJsonObject> *requests = nullptr)
-{
-    QStringList paths;
-    for (const auto &value : cloud.requests())
-        if (value.toObject().value("path").toString().startsWith(QLatin1String("/gateway/apis"))) {
-            paths << value.toObject().value("path").toString();
-            if (requests)
-                requests->append(value.toObject());
-        }
-    return paths;
-}
-
-// The members of a request body in the order they were sent.
-QStringList keysInOrder(const QJsonObject &request)
-{
-    const QString raw = request.value("body").toString();
-    QStringList keys = bodyOf(request).keys();
-    std::sort(keys.begin(), keys.end(), [&](const QString &a, const QString &b) {
-        return raw.indexOf('"' + a + "\":") < raw.indexOf('"' + b + "\":");
-    });
-    return keys;
-}
-
-} // namespace
-
 Q_DECLARE_METATYPE(Mode)
 
 class TestLogin : public QObject
@@ -157,8 +40,6 @@ class TestLogin : public QObject
 
 private Q_SLOTS:
     void init();
-    void globalDns_data();
-    void globalDns();
     void verifyCode();
     void loginModeOrder_data();
     void loginModeOrder();
@@ -173,8 +54,6 @@ private Q_SLOTS:
     void cloudRefusals();
     void sliderAskedAgainAfterUse_data();
     void sliderAskedAgainAfterUse();
-    void nodeDirectory_data();
-    void nodeDirectory();
     void errorBodyFieldNeedsItsCode_data();
     void errorBodyFieldNeedsItsCode();
 
@@ -223,64 +102,6 @@ bool TestLogin::useCloud(const QByteArray &scenarioJson)
     ConfigStore::instance().setConfig(config);
     return cloud.clearFaults() && !cloud.control("DELETE", QStringLiteral("/control/gateway")).isNull()
         && cloud.clearRequests();
-}
-
-void TestLogin::globalDns_data()
-{
-    QTest::addColumn<QJsonObject>("dns"); // empty: an empty reply
-    QTest::addColumn<int>("backups");
-    QTest::addColumn<QString>("identity");
-    QTest::newRow("one backup") << QJsonObject{{"slave", "one"}} << 1 << "cn-1";
-    QTest::newRow("no backups member") << QJsonObject{{"slave", "missing"}, {"identity", "eu-9"}, {"status", 7}} << 0
-                                       << "eu-9";
-    QTest::newRow("empty reply") << QJsonObject() << 0 << "";
-}
-
-void TestLogin::globalDns()
-{
-    QFETCH(QJsonObject, dns);
-    QFETCH(int, backups);
-    QFETCH(QString, identity);
-
-    QByteArray served;
-    if (!dns.isEmpty()) {
-        QVERIFY(useCloud(scenario("dns", dns)));
-        served = CloudClient(cloud).send(QStringLiteral("/mqtt/control/v1/")).body;
-        QVERIFY(!served.isEmpty() && cloud.clearRequests());
-    } else {
-        QVERIFY(cloud.addFault({{"kind", "status"}, {"path", "/mqtt/control/v1/"}, {"status", 200}, {"body", ""}}));
-    }
-    LogCapture log;
-    // The messaging start asks from the pool's thread.
-    GlobalDNSJson entry;
-    pool->enqueue([&] { entry = controller->getGlobalDnsAddr(); }).wait();
-
-    QCOMPARE(QString::fromStdString(entry.data.main.currentNodeIdentity), identity);
-    QCOMPARE(int(entry.data.slave.size()), backups);
-    const auto lines = log.linesStartingWith("获取 DNS 地址");
-    QCOMPARE(int(lines.size()), 1);
-    if (identity.isEmpty()) {
-        QCOMPARE(qint64(entry.status), qint64(0));
-        QVERIFY(entry.data.main.publicKey.empty() && entry.data.main.mqttAuthUrl.empty());
-        QVERIFY2(ModuleLog::is(lines.front(), "获取 DNS 地址失败: 响应消息为空", "logincontroller:getGlobalDnsAddr"),
-                 lines.front().text.c_str());
-        return;
-    }
-    // The line holds the reply exactly as it came.
-    QVERIFY2(
-        ModuleLog::is(lines.front(), "获取 DNS 地址消息: " + served.toStdString(), "logincontroller:getGlobalDnsAddr"),
-        lines.front().text.c_str());
-    QCOMPARE(qint64(entry.status), qint64(dns.value("status").toInt(200)));
-    QCOMPARE(QString::fromStdString(entry.data.main.mqttAuthUrl), cloud.url(QStringLiteral("/mqtt/auth")));
-    // The key is a bare SubjectPublicKeyInfo body, wrapped into PEM by the messaging start.
-    const std::string pem = "-----BEGIN PUBLIC KEY-----\n" + entry.data.main.publicKey + "\n-----END PUBLIC KEY-----";
-    QVERIFY(!rsaPublicEncrypt("probe", pem.c_str()).empty());
-    if (backups) {
-        QCOMPARE(QString::fromStdString(entry.data.slave.front().mqttAuthUrl),
-                 cloud.url(QStringLiteral("/mqtt/auth-backup")));
-        QVERIFY(!entry.data.slave.front().publicKey.empty()
-                && entry.data.slave.front().publicKey != entry.data.main.publicKey);
-    }
 }
 
 void TestLogin::verifyCode()
@@ -536,60 +357,6 @@ void TestLogin::secondFactorThroughTheDialog()
     const qint64 stamp = devices.at(0).toObject().value("timestamp").toVariant().toLongLong();
     QVERIFY(stamp >= before + 60000 && stamp <= after + 60000);
     QCOMPARE(ConfigStore::instance().tokenInfo().phone, std::string("8613900000002"));
-}
-
-void TestLogin::nodeDirectory_data()
-{
-    QTest::addColumn<QByteArray>("body"); // empty: the directory cloudsim publishes
-    // "english|chinese|node|key|icon", %1 the cloud's host, %2 the folder of the local flags
-    QTest::addColumn<QStringList>("entries");
-
-    const QString flags = QStringLiteral("|%2icon_");
-    QTest::newRow("published") << QByteArray()
-                               << QStringList{"China|中国|%1|cn-1" + flags + "china.png",
-                                              "Europe|欧洲|%1|eu-1" + flags + "europe.png",
-                                              "United States|美国|%1|us-1" + flags + "usa.png",
-                                              "Australia|澳大利亚|%1|au-1" + flags + "australia.png",
-                                              "India|印度|%1|in-1" + flags + "india.png"};
-    const QByteArray china =
-        R"({"label":{"en":"China","zh-cn":"中国"},"node":"h1:443","key":"cn-1","icon":"https://x/a/china.png"})";
-    QTest::newRow("unknown flag kept as published") << QByteArray(
-        R"({"cirro":[)" + china
-        + R"(,{"label":{"en":"Mars","zh-cn":"火星"},"node":"h2:443","key":"ma-1","icon":"https://x/a/mars.png"}]})")
-                                                    << QStringList{"China|中国|h1:443|cn-1" + flags + "china.png",
-                                                                   "Mars|火星|h2:443|ma-1|https://x/a/mars.png"};
-    QTest::newRow("only the file name picks the flag") << QByteArray(
-        R"({"cirro":[{"label":{"en":"Here","zh-cn":"这里"},"node":"h3","key":"k","icon":"https://x/us.png/usa.png"}]})")
-                                                       << QStringList{"Here|这里|h3|k|https://x/us.png/usa.png"};
-    QTest::newRow("cut in the second entry")
-        << QByteArray(R"({"cirro":[)" + china + R"(,{"label":{"en":"Eur)") << QStringList();
-    QTest::newRow("label not an object") << QByteArray(R"({"cirro":[)" + china
-                                                       + R"(,{"label":"Europe","node":"h2","key":"eu-1","icon":""}]})")
-                                         << QStringList();
-    QTest::newRow("not JSON") << QByteArray("<html>moved</html>") << QStringList();
-}
-
-void TestLogin::nodeDirectory()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(QStringList, entries);
-    if (!body.isEmpty())
-        QVERIFY(cloud.addFault(
-            {{"kind", "status"}, {"path", "/nodes.json"}, {"status", 200}, {"body", QString::fromUtf8(body)}}));
-
-    const auto nodes = nodedirectory::download(http, cloud.url(QStringLiteral("/nodes.json")).toStdString());
-    const QString flags =
-        QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/");
-    QStringList got;
-    for (const NodeEntry &entry : nodes)
-        got << QStringList{QString::fromStdString(entry.label.en), QString::fromStdString(entry.label.zh_cn),
-                           QString::fromStdString(entry.node), QString::fromStdString(entry.key),
-                           QString::fromStdString(entry.icon)}
-                   .join('|');
-    for (QString &entry : entries)
-        entry.replace(QLatin1String("%1"), cloud.host()).replace(QLatin1String("%2"), flags);
-    QCOMPARE(got, entries);
-    QCOMPARE(cloud.requests().size(), 1);
 }
 
 void TestLogin::errorBodyFieldNeedsItsCode_data()

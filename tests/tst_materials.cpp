@@ -13,8 +13,10 @@
 #include "cloudmaterial/workerpool.h"
 
 #include "localcloud/cloudsim.h"
+#include "support/cloudscenario.h"
 #include "support/generatedcontent.h"
 #include "support/logcapture.h"
+#include "support/qtmessagecapture.h"
 
 #include <QtTest>
 
@@ -28,26 +30,6 @@ using namespace talvor::cloudmaterial;
 namespace {
 
 const char *const token = "tok-1";
-
-QJsonObject medium(const QString &mid, const QString &name, const QString &approval = QStringLiteral("2"))
-{
-    return QJsonObject{
-        {"mid", mid}, {"mediaName", name}, {"approvalStatus", approval}, {"file", QJsonObject{{"size", 4000}}}};
-}
-
-QByteArray scenario(const QJsonArray &media, const QJsonValue &status = QStringLiteral("success"))
-{
-    const QJsonObject account{{"token", QLatin1String(token)}, {"status", status}, {"media", media}};
-    return QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson();
-}
-
-int requestsTo(CloudSim &cloud, const QString &prefix)
-{
-    int n = 0;
-    for (const auto &request : cloud.requests())
-        n += request.toObject().value("path").toString().startsWith(prefix);
-    return n;
-}
 
 int catalogueRequests(CloudSim &cloud)
 {
@@ -63,19 +45,6 @@ QStringList filesUnder(const QString &folder)
         files << QDir(folder).relativeFilePath(it.next());
     files.sort();
     return files;
-}
-
-// The thread of each file look-up the controller logs ("looking for <path>", debug level).
-QMutex lookupsMutex;
-std::vector<std::pair<QString, QThread *>> lookups;
-QtMessageHandler previousHandler = nullptr;
-void recordLookups(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    if (message.startsWith(QLatin1String("looking for "))) {
-        QMutexLocker lock(&lookupsMutex);
-        lookups.emplace_back(message.mid(12), QThread::currentThread());
-    }
-    previousHandler(type, context, message);
 }
 
 // The ids that a spy's signals carried, in order or sorted; each signal must carry exactly one.
@@ -169,12 +138,12 @@ void TestMaterials::catalogue()
     // The newest fifty of sixty; the newest has numbers where the cloud usually sends strings and the other way round.
     QJsonArray media;
     for (int i = 1; i < 60; ++i)
-        media.append(medium(QStringLiteral("m%1").arg(i), QStringLiteral("f%1.jpg").arg(i)));
-    QJsonObject odd = medium(QStringLiteral("m60"), QStringLiteral("clip.mp4"), QStringLiteral("5"));
+        media.append(cloudMedium(QStringLiteral("m%1").arg(i), QStringLiteral("f%1.jpg").arg(i)));
+    QJsonObject odd = cloudMedium(QStringLiteral("m60"), QStringLiteral("clip.mp4"), -1, QStringLiteral("5"));
     odd.insert("mediaType", QStringLiteral("3"));
     odd.insert("media_entity", QJsonObject{{"width", 0}, {"height", 720}, {"size", QStringLiteral("4000")}});
     media.append(odd);
-    QVERIFY(cloud.start(scenario(media, 1)));
+    QVERIFY(cloud.start(accountScenario(token, media, 1)));
 
     const MediaListResult result = requestMediaList(*http, token, cloud.host().toStdString(), false);
     QCOMPARE(result.count, 60);
@@ -226,7 +195,7 @@ void TestMaterials::unreadableCatalogue()
 {
     // A reply that breaks off part-way is no catalogue at all: what was read before the fault is dropped.
     QFETCH(QByteArray, body);
-    QVERIFY(cloud.start(scenario({medium("real", "real.jpg")})));
+    QVERIFY(cloud.start(accountScenario(token, {cloudMedium("real", "real.jpg")})));
     const QJsonObject forced{{"Rest/Lite/Medias", QJsonObject{{"body", QString::fromUtf8(body)}}}};
     QVERIFY(!cloud.control("POST", QStringLiteral("/control/gateway"), QJsonDocument(forced)).isNull());
 
@@ -245,10 +214,11 @@ void TestMaterials::unreadableCatalogue()
 
 void TestMaterials::refreshSignalsOneChangeAtATime()
 {
-    QJsonObject flat = medium(QStringLiteral("flat"), QStringLiteral("flat.jpg"));
+    QJsonObject flat = cloudMedium(QStringLiteral("flat"), QStringLiteral("flat.jpg"));
     flat.insert("media_entity", QJsonObject{{"height", QStringLiteral("0")}});
-    QVERIFY(cloud.start(scenario({medium("a", "a.jpg", "1"), medium("b", "b.jpg", "2"), flat, medium("c", "c.jpg", "3"),
-                                  medium("d", "d.jpg", "5")})));
+    QVERIFY(cloud.start(accountScenario(token,
+                                        {cloudMedium("a", "a.jpg", -1, "1"), cloudMedium("b", "b.jpg", -1, "2"), flat,
+                                         cloudMedium("c", "c.jpg", -1, "3"), cloudMedium("d", "d.jpg", -1, "5")})));
     QVERIFY(QFile(folder->filePath(QStringLiteral("b.jpg"))).open(QIODevice::WriteOnly));
     auto controller = makeController();
     QSignalSpy added(controller.get(), &CloudMaterialController::addMaterials);
@@ -291,7 +261,7 @@ void TestMaterials::refreshSignalsOneChangeAtATime()
     // The cloud changes between refreshes.
     QVERIFY(cloud.setMedia(QJsonDocument(QJsonObject{{"token", token}, {"remove", QJsonArray{"b", "c"}}}).toJson()));
     QVERIFY(cloud.setMedia(
-        QJsonDocument(QJsonObject{{"token", token}, {"add", QJsonArray{medium("e", "e.jpg")}}}).toJson()));
+        QJsonDocument(QJsonObject{{"token", token}, {"add", QJsonArray{cloudMedium("e", "e.jpg")}}}).toJson()));
     refresh(controller);
     QCOMPARE(ids(added), std::vector<std::string>{"e"});
     QCOMPARE(ids(deleted, true), (std::vector<std::string>{"b", "c"}));
@@ -314,7 +284,9 @@ void TestMaterials::refreshSignalsOneChangeAtATime()
 // and one that adds nothing is not followed.
 void TestMaterials::sessionRefreshLooksForNewMaterials()
 {
-    QVERIFY(cloud.start(scenario({medium("a", "a.jpg", "1"), medium("b", "b.jpg", "2"), medium("d", "d.jpg", "5")})));
+    QVERIFY(cloud.start(accountScenario(
+        token,
+        {cloudMedium("a", "a.jpg", -1, "1"), cloudMedium("b", "b.jpg", -1, "2"), cloudMedium("d", "d.jpg", -1, "5")})));
     QVERIFY(QFile(folder->filePath(QStringLiteral("b.jpg"))).open(QIODevice::WriteOnly));
     auto controller = makeController();
     QSignalSpy added(controller.get(), &CloudMaterialController::addMaterials);
@@ -368,7 +340,7 @@ void TestMaterials::download()
     QFETCH(QJsonObject, fault);
     QFETCH(bool, ok);
     const bool hostile = fault.isEmpty() && !ok;
-    QVERIFY(cloud.start(scenario({medium("m1", name)})));
+    QVERIFY(cloud.start(accountScenario(token, {cloudMedium("m1", name)})));
     QVERIFY(fault.isEmpty() || cloud.addFault(fault));
     // The material folder sits one level down, so an escape would land in a folder we watch.
     const QString outer = folder->path(), inner = outer + QStringLiteral("/materials");
@@ -426,7 +398,7 @@ void TestMaterials::download()
 
 void TestMaterials::overlappingRefreshesRunOnce()
 {
-    QVERIFY(cloud.start(scenario({medium("m1", "a.jpg"), medium("m2", "b.jpg")})));
+    QVERIFY(cloud.start(accountScenario(token, {cloudMedium("m1", "a.jpg"), cloudMedium("m2", "b.jpg")})));
     // The catalogue trickles in, so the first refresh is still running when the second starts.
     QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/gateway/"}, {"bytes_per_second", 1000}}));
     auto controller = makeController();
@@ -455,7 +427,8 @@ void TestMaterials::overlappingRefreshesRunOnce()
 // Download pressed twice on three materials: each is fetched once, intact, and reported once.
 void TestMaterials::oneDownloadPerMaterial()
 {
-    QVERIFY(cloud.start(scenario({medium("m1", "a.bin"), medium("m2", "b.bin"), medium("m3", "c.bin")})));
+    QVERIFY(cloud.start(
+        accountScenario(token, {cloudMedium("m1", "a.bin"), cloudMedium("m2", "b.bin"), cloudMedium("m3", "c.bin")})));
     // Slow enough that the second press comes while the first download runs.
     QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 8000}}));
     auto controller = makeController();
@@ -516,7 +489,7 @@ void TestMaterials::endedSessionSignalsNothing_data()
 void TestMaterials::endedSessionSignalsNothing()
 {
     QFETCH(QString, work);
-    QVERIFY(cloud.start(scenario({medium("m1", "a.jpg"), medium("m2", "b.jpg")})));
+    QVERIFY(cloud.start(accountScenario(token, {cloudMedium("m1", "a.jpg"), cloudMedium("m2", "b.jpg")})));
     QVERIFY(QFile(folder->filePath("a.jpg")).open(QIODevice::WriteOnly));
     auto controller = makeController();
     QSignalSpy added(controller.get(), &CloudMaterialController::addMaterials);
@@ -592,9 +565,9 @@ void TestMaterials::shutdownStopsTransfers_data()
 void TestMaterials::shutdownStopsTransfers()
 {
     QFETCH(bool, destroy);
-    QJsonObject big = medium("m1", "big.bin");
+    QJsonObject big = cloudMedium("m1", "big.bin");
     big.insert("file", QJsonObject{{"size", 400000}});
-    QVERIFY(cloud.start(scenario({big})));
+    QVERIFY(cloud.start(accountScenario(token, {big})));
     QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/files/"}, {"bytes_per_second", 4000}}));
     QVERIFY(cloud.addFault({{"kind", "slow"}, {"prefix", "/thumbs/"}, {"bytes_per_second", 20}}));
     auto controller = makeController();
@@ -645,16 +618,12 @@ void TestMaterials::lookupsRunOffTheGuiThread_data()
 void TestMaterials::lookupsRunOffTheGuiThread()
 {
     QFETCH(bool, forTheGroup);
-    QVERIFY(cloud.start(scenario({})));
+    QVERIFY(cloud.start(accountScenario(token, {})));
     auto controller = makeController();
     QVERIFY(QFile(folder->filePath("here.jpg")).open(QIODevice::WriteOnly));
     QLoggingCategory::setFilterRules(QStringLiteral("rxcm.materials.debug=true"));
-    previousHandler = qInstallMessageHandler(recordLookups);
-    const std::shared_ptr<void> restore(nullptr, [](void *) {
-        qInstallMessageHandler(previousHandler);
-        QLoggingCategory::setFilterRules(QString());
-    });
-    lookups.clear();
+    const std::shared_ptr<void> restore(nullptr, [](void *) { QLoggingCategory::setFilterRules(QString()); });
+    QtMessageCapture messages;
     QSignalSpy exists(controller.get(), &CloudMaterialController::sigFileExistStatusChanged);
     for (const char *name : {"here.jpg", "gone.jpg"}) {
         if (forTheGroup)
@@ -665,12 +634,16 @@ void TestMaterials::lookupsRunOffTheGuiThread()
     QTRY_COMPARE(exists.count(), 2);
     QCOMPARE(exists.at(0).at(2).toBool(), true);
     QCOMPARE(exists.at(1).at(2).toBool(), false);
-    QMutexLocker lock(&lookupsMutex);
-    QCOMPARE(lookups.size(), std::size_t(2));
-    for (const auto &[path, thread] : lookups) {
-        QVERIFY2(path.startsWith(folder->path()), qPrintable(path));
+    // The thread of each file look-up the controller logs ("looking for <path>", debug level).
+    int lookups = 0;
+    for (const auto &[type, text, thread] : messages.messages()) {
+        if (!text.startsWith(QLatin1String("looking for ")))
+            continue;
+        ++lookups;
+        QVERIFY2(text.mid(12).startsWith(folder->path()), qPrintable(text));
         QVERIFY(thread && thread != QThread::currentThread());
     }
+    QCOMPARE(lookups, 2);
 }
 
 QTEST_MAIN(TestMaterials)

@@ -16,6 +16,9 @@
 #include "cloudmaterial/workerpool.h"
 
 #include "localcloud/cloudsim.h"
+#include "support/cloudscenario.h"
+#include "support/paneldriver.h"
+#include "support/qtmessagecapture.h"
 
 #include <QtTest>
 
@@ -35,152 +38,9 @@ using namespace talvor::cloudmaterial;
 
 namespace {
 
-const char *const token = "tok-panel";
+const char *const token = WiredPanel::token;
 const QString unreachable = QStringLiteral("The cloud cannot be reached. The list comes back with the next refresh.");
 const QString loggedOut = QStringLiteral("You are not logged in. Log in to the cloud to see your materials.");
-
-CloudMaterialModel material(const std::string &mid, const std::string &name, int type = 0, std::int64_t size = 2048,
-                            int approval = Approved, int status = Allowed)
-{
-    CloudMaterialModel m;
-    m.mid = mid;
-    m.mediaName = name;
-    m.mediaType = type;
-    m.approvalStatus = approval;
-    m.downloadStatus = status;
-    m.size = size;
-    m.resolution = "1920x1080";
-    return m;
-}
-
-QString imagePath(const QString &name)
-{
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/../share/themes/images/default/cloudmaterial/")
-        + name;
-}
-
-QImage iconImage(const QIcon &icon)
-{
-    return icon.pixmap(20, 20).toImage().convertToFormat(QImage::Format_ARGB32);
-}
-
-// The names each view shows; the two must agree.
-QStringList visibleNames(DetailWidget *panel)
-{
-    QStringList list, tree;
-    for (int row = 0; row < panel->listView()->count(); ++row) {
-        if (!panel->listView()->item(row)->isHidden())
-            list << panel->listView()->item(row)->text();
-    }
-    for (int row = 0; row < panel->treeView()->topLevelItemCount(); ++row) {
-        if (!panel->treeView()->topLevelItem(row)->isHidden())
-            tree << panel->treeView()->topLevelItem(row)->text(DetailTreeWidget::NameColumn);
-    }
-    return list == tree ? list : QStringList{QStringLiteral("<views differ>")} + list + tree;
-}
-
-QString statusImage(DetailWidget *panel, const char *mid)
-{
-    return panel->listView()->itemById(QLatin1String(mid))->data(DetailListWidget::StatusImageRole).toString();
-}
-
-// Presses on an item and moves past the drag distance with the button held, as a user does.
-void dragItem(QAbstractItemView *view, const QRect &itemRect)
-{
-    QWidget *viewport = view->viewport();
-    const QPoint start = itemRect.center();
-    // The view takes the first move as the start of a drag and the next one beyond the distance as the drag.
-    const QPoint points[] = {start, start + QPoint(1, 1), start + QPoint(QApplication::startDragDistance() + 20, 20)};
-    const QEvent::Type types[] = {QEvent::MouseButtonPress, QEvent::MouseMove, QEvent::MouseMove,
-                                  QEvent::MouseButtonRelease};
-    for (int i = 0; i < 4; ++i) {
-        const QPoint at = points[std::min(i, 2)];
-        QMouseEvent event(types[i], at, viewport->mapToGlobal(at), i == 0 || i == 3 ? Qt::LeftButton : Qt::NoButton,
-                          i == 3 ? Qt::NoButton : Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(viewport, &event);
-    }
-}
-
-QJsonObject medium(const char *mid, const char *name, int type = 0)
-{
-    return QJsonObject{{"mid", mid},
-                       {"mediaName", name},
-                       {"mediaType", type},
-                       {"approvalStatus", "2"},
-                       {"file", QJsonObject{{"size", 4000}}}};
-}
-
-// A panel fed by a real controller that talks to the local cloud, with a material folder of its own.
-struct WiredPanel
-{
-    bool start(const QJsonArray &media)
-    {
-        const QJsonObject account{{"token", token}, {"status", "success"}, {"media", media}};
-        if (!folder.isValid() || !cloud.start(QJsonDocument(QJsonObject{{"accounts", QJsonArray{account}}}).toJson()))
-            return false;
-        node.set(cloud.host().toStdString(), "node-1");
-        controller = std::make_shared<CloudMaterialController>(&http, &node);
-        controller->init();
-        controller->setWorkerPool(pool);
-        controller->setToken(token);
-        controller->setCloudMaterialFolderPath(folder.path().toStdString());
-        owner.reset(new DetailWidget(controller.get()));
-        panel = qobject_cast<DetailWidget *>(owner.get());
-        return panel != nullptr;
-    }
-
-    void refresh(CloudMaterialController &c) { c.requestRefresh(true).wait(); }
-
-    int requests(const QString &prefix)
-    {
-        int n = 0;
-        for (const auto &request : cloud.requests())
-            n += request.toObject().value("path").toString().startsWith(prefix);
-        return n;
-    }
-
-    QTemporaryDir folder;
-    CloudSim cloud;
-    std::shared_ptr<WorkerPool> pool = std::make_shared<WorkerPool>(1);
-    CurrentNode node;
-    HttpClientWrapper http{pool};
-    std::shared_ptr<CloudMaterialController> controller;
-    std::unique_ptr<QWidget> owner;
-    DetailWidget *panel = nullptr;
-};
-
-// Collects the warnings of the module's categories, from any thread, for the test to wait on.
-QMutex warningsMutex;
-QStringList warnings;
-QtMessageHandler previousHandler = nullptr;
-void catchWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    if (type == QtWarningMsg) {
-        QMutexLocker lock(&warningsMutex);
-        warnings << message;
-    }
-    previousHandler(type, context, message);
-}
-bool warned(const QString &text)
-{
-    QMutexLocker lock(&warningsMutex);
-    return !warnings.filter(text).isEmpty();
-}
-
-// Xvfb has no window manager to activate a window, and shortcuts need an active one.
-bool activate(QWidget *window)
-{
-    window->show();
-    if (!QTest::qWaitForWindowExposed(window))
-        return false;
-    QApplication::setActiveWindow(window);
-    return QTest::qWaitFor([window] { return QApplication::activeWindow() == window; });
-}
-
-QColor centre(QWidget *widget, const QRect &area)
-{
-    return widget->grab(area).toImage().pixelColor(area.width() / 2, area.height() / 2);
-}
 
 } // namespace
 
@@ -214,12 +74,15 @@ private Q_SLOTS:
 private:
     std::shared_ptr<CloudMaterialController> controller;
     std::unique_ptr<DetailWidget> panel;
+    // The warnings of the module's categories, from any thread; made once the test runner has
+    // installed its own handler.
+    std::unique_ptr<QtMessageCapture> messages;
 };
 
 void TestPanel::initTestCase()
 {
     QVERIFY(TranslateManager::instance().setLanguage("en"));
-    previousHandler = qInstallMessageHandler(&catchWarnings);
+    messages = std::make_unique<QtMessageCapture>();
 }
 
 void TestPanel::init()
@@ -453,14 +316,15 @@ void TestPanel::drag()
 void TestPanel::wiredPanel()
 {
     WiredPanel wired;
-    QVERIFY(wired.start({medium("w1", "one.jpg"), medium("w2", "two.jpg"), medium("w3", "three.jpg")}));
+    QVERIFY(wired.start(
+        {cloudMedium("w1", "one.jpg", 0), cloudMedium("w2", "two.jpg", 0), cloudMedium("w3", "three.jpg", 0)}));
     DetailWidget *shown = wired.panel;
     DetailListWidget *list = shown->listView();
     QPushButton *del = shown->bottomWidget()->deleteButton();
-    QCOMPARE(wired.requests(QStringLiteral("/gateway/cirro")), 0);
+    QCOMPARE(requestsTo(wired.cloud, QStringLiteral("/gateway/cirro")), 0);
     QTest::mouseClick(shown->titleWidget()->refreshButton(), Qt::LeftButton);
     QTRY_COMPARE(visibleNames(shown), QStringList({"three.jpg", "two.jpg", "one.jpg"}));
-    QCOMPARE(wired.requests(QStringLiteral("/gateway/cirro")), 1);
+    QCOMPARE(requestsTo(wired.cloud, QStringLiteral("/gateway/cirro")), 1);
 
     // The selection of the view that is shown is what counts.
     QSignalSpy states(wired.controller.get(), &CloudMaterialController::materialDownloadStatusChanged);
@@ -524,7 +388,7 @@ void TestPanel::wiredPanel()
 void TestPanel::failedDownloadIsCleared()
 {
     WiredPanel wired;
-    QVERIFY(wired.start({medium("w1", "one.jpg")}));
+    QVERIFY(wired.start({cloudMedium("w1", "one.jpg", 0)}));
     QVERIFY(wired.cloud.addFault({{"kind", "drop_after"}, {"prefix", "/files/"}, {"bytes", 1000}, {"times", 1}}));
     DetailWidget *shown = wired.panel;
     DetailListWidget *list = shown->listView();
@@ -614,14 +478,15 @@ void TestPanel::followsTheLanguage()
 void TestPanel::thumbnails()
 {
     WiredPanel wired;
-    QVERIFY(wired.start({medium("t1", "one.jpg"), medium("t2", "two.mp4", 1), medium("f1", "menu.pdf", 3)}));
+    QVERIFY(wired.start(
+        {cloudMedium("t1", "one.jpg", 0), cloudMedium("t2", "two.mp4", 1), cloudMedium("f1", "menu.pdf", 3)}));
     QVERIFY(wired.cloud.addFault({{"kind", "status"}, {"prefix", "/thumbs/f1"}, {"status", 404}}));
     DetailWidget *shown = wired.panel;
     shown->resize(720, 480);
     shown->show();
     QVERIFY(QTest::qWaitForWindowExposed(shown));
     wired.refresh(*wired.controller);
-    QTRY_VERIFY(warned(QStringLiteral("thumbnail of f1 not fetched")));
+    QTRY_VERIFY(messages->contains(QtWarningMsg, QStringLiteral("thumbnail of f1 not fetched")));
     DetailListWidget *list = shown->listView();
     DetailTreeWidget *tree = shown->treeView();
     const auto path = [&](const char *mid) {
@@ -671,7 +536,7 @@ void TestPanel::thumbnails()
     QVERIFY(wired.cloud.clearFaults());
     wired.refresh(*wired.controller);
     QTRY_VERIFY(hasThumbnail("f1"));
-    QCOMPARE(wired.requests(QStringLiteral("/thumbs/")), 4);
+    QCOMPARE(requestsTo(wired.cloud, QStringLiteral("/thumbs/")), 4);
 
     // A material gone from the cloud takes its thumbnail along.
     const QString t1 = path("t1"), t2 = path("t2");
@@ -692,7 +557,7 @@ void TestPanel::thumbnailsWithoutFolder()
     });
     QDir(cache).removeRecursively();
     WiredPanel wired;
-    QVERIFY(wired.start({medium("c1", "one.jpg")}));
+    QVERIFY(wired.start({cloudMedium("c1", "one.jpg", 0)}));
     wired.controller->setCloudMaterialFolderPath(std::string());
     wired.refresh(*wired.controller);
     QTreeWidgetItem *row = nullptr;

@@ -263,11 +263,6 @@ std::string LoginController::currentNodeIdentity() const
     return d->node->identity();
 }
 
-GlobalDNSJson LoginController::getGlobalDnsAddr()
-{
-    return getGlobalDnsAddr(*d->http, ConfigStore::instance().config().mqttControl);
-}
-
 GlobalDNSJson LoginController::getGlobalDnsAddr(HttpClientWrapper &http, const std::string &controlUrl)
 {
     try {

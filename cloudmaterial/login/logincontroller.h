@@ -59,9 +59,8 @@ public:
     void selectNode(const QString &node, const QString &identity);
     std::string currentNode() const;
     std::string currentNodeIdentity() const;
-    /** Blocking. The global DNS entry of the configured control service; an empty record on failure. */
-    GlobalDNSJson getGlobalDnsAddr();
-    /** The same request to the control service at @p controlUrl; any thread. */
+    /** Blocking, any thread. The global DNS entry of the control service at @p controlUrl; an empty record on failure.
+     */
     static GlobalDNSJson getGlobalDnsAddr(HttpClientWrapper &http, const std::string &controlUrl);
 
     // The dialogs' requests.
