@@ -29,9 +29,7 @@ namespace {
 
 using Answer = CloudClient::Answer;
 using Headers = CloudClient::Headers;
-using Fields = QList<QPair<QString, QJsonValue>>;
 
-const QString catalogue = QStringLiteral("Rest/Lite/Medias");
 const QString slider = QStringLiteral("v1/web-backend-service/identity-verify-code/slider");
 const QString phoneLogin = QStringLiteral("v1/web-backend-service/authenticate/limit/mobile-phone");
 const QString emailLogin = QStringLiteral("v1/web-backend-service/authenticate/limit/email");
@@ -67,72 +65,6 @@ QJsonArray mediaList(const QJsonObject &catalogue)
     return at(catalogue, "data/mediaList").toArray();
 }
 
-Fields fields(const QJsonObject &object)
-{
-    Fields out;
-    for (auto it = object.begin(); it != object.end(); ++it)
-        out.append({it.key(), it.value()});
-    return out;
-}
-
-QJsonObject object(const Fields &fields)
-{
-    QJsonObject out;
-    for (const auto &[key, value] : fields)
-        out.insert(key, value);
-    return out;
-}
-
-// One request to the gateway: the catalogue's query and headers, or a login service's record.
-struct Request
-{
-    QString service;
-    Fields query, headers, body;
-    bool wholeValueEncoded = false;
-
-    QString catalogueTarget() const
-    {
-        QStringList parts;
-        for (const auto &[key, value] : query)
-            parts << QString(key).replace('[', "%5B").replace(']', "%5D") + '=' + value.toString();
-        const QString value = catalogue + '?' + parts.join('&');
-        return "/gateway/cirro?cirro="
-            + (wholeValueEncoded ? QString::fromLatin1(QUrl::toPercentEncoding(value)) : value);
-    }
-    Headers rawHeaders() const
-    {
-        Headers out;
-        for (const auto &[key, value] : headers)
-            out.append({key.toUtf8(), value.toString().toUtf8()});
-        return out;
-    }
-    // "name=value" sets a parameter, header or member, "-name" drops it, "name>other" renames it,
-    // "name~" changes its first character.
-    bool change(const QString &op)
-    {
-        const int at = int(op.indexOf(QRegularExpression(QStringLiteral("[=>~]"))));
-        const bool drop = op.startsWith('-');
-        const QString name = op.mid(drop ? 1 : 0, at < 0 ? -1 : at - (drop ? 1 : 0));
-        for (Fields *list : {&query, &headers, &body}) {
-            for (int i = 0; i < list->size(); ++i) {
-                auto &[key, value] = (*list)[i];
-                if (key != name)
-                    continue;
-                if (drop)
-                    list->removeAt(i);
-                else if (op.at(at) == '=')
-                    value = op.mid(at + 1);
-                else if (op.at(at) == '>')
-                    key = op.mid(at + 1);
-                else
-                    value = QString(value.toString()).replace(0, 1, value.toString().startsWith('0') ? "1" : "0");
-                return true;
-            }
-        }
-        return false;
-    }
-};
-
 } // namespace
 
 class TestCloudSim : public QObject
@@ -165,7 +97,7 @@ private Q_SLOTS:
 private:
     Answer send(const Request &r)
     {
-        if (r.service == catalogue)
+        if (r.service == catalogueService)
             return m_client->send(r.catalogueTarget(), r.rawHeaders());
         return m_client->post(r.service, object(r.body), r.rawHeaders());
     }
@@ -188,7 +120,7 @@ private:
 
 void TestCloudSim::catalogueRecordShape()
 {
-    Request r = acceptedRequest(catalogue);
+    Request r = acceptedRequest(catalogueService);
     const QJsonObject reply = send(r).json();
     QCOMPARE(reply.keys(), (QStringList{"data", "http_code", "status"}));
     QCOMPARE(at(reply, "data/count").toInt(), 2);
@@ -230,7 +162,7 @@ void TestCloudSim::catalogueRecordShape()
 Request TestCloudSim::acceptedRequest(const QString &service)
 {
     Request r{service, {}, {}, {}};
-    if (service == catalogue) {
+    if (service == catalogueService) {
         for (const QString &item :
              QStringLiteral("search=&offset=0&limit=50&tag=&filters[type][0]=1&filters[type][1]=0&"
                             "filters[type][3]=30&sortType=desc")
@@ -285,25 +217,26 @@ void TestCloudSim::refusals_data()
         QTest::newRow(name) << service << faults << QString::fromLatin1(code) << QString::fromLatin1(detail);
     };
     // The cloud defaults nothing: the module's paging, order and type filter must all be there.
-    row("catalogue", catalogue, "", "", "m2 m1");
-    row("catalogue: whole value encoded", catalogue, "-filters[type][1] -filters[type][3] encoded", "", "m2 m1");
-    row("catalogue: second page of one", catalogue, "offset=1 limit=1", "", "m1");
-    row("catalogue: oldest first", catalogue, "sortType=asc", "", "m1 m2");
-    row("catalogue: another version", catalogue, "version=V2.0.0", "invalid request source");
-    row("catalogue: another Token", catalogue, "Token=tok-2", "invalid token");
-    row("catalogue: no offset", catalogue, "-offset", "invalid offset");
-    row("catalogue: empty offset", catalogue, "offset=", "invalid offset");
-    row("catalogue: negative offset", catalogue, "offset=-1", "invalid offset");
-    row("catalogue: no limit", catalogue, "-limit", "invalid limit");
-    row("catalogue: letter in limit", catalogue, "limit=5O", "invalid limit");
-    row("catalogue: zero limit", catalogue, "limit=0", "invalid limit");
-    row("catalogue: no sort", catalogue, "-sortType", "invalid sortType");
-    row("catalogue: unknown sort", catalogue, "sortType=dsc", "invalid sortType");
-    row("catalogue: no type filter", catalogue, "-filters[type][0] -filters[type][1] -filters[type][3]",
+    row("catalogue", catalogueService, "", "", "m2 m1");
+    row("catalogue: whole value encoded", catalogueService, "-filters[type][1] -filters[type][3] encoded", "", "m2 m1");
+    row("catalogue: second page of one", catalogueService, "offset=1 limit=1", "", "m1");
+    row("catalogue: oldest first", catalogueService, "sortType=asc", "", "m1 m2");
+    row("catalogue: another version", catalogueService, "version=V2.0.0", "invalid request source");
+    row("catalogue: another Token", catalogueService, "Token=tok-2", "invalid token");
+    row("catalogue: no offset", catalogueService, "-offset", "invalid offset");
+    row("catalogue: empty offset", catalogueService, "offset=", "invalid offset");
+    row("catalogue: negative offset", catalogueService, "offset=-1", "invalid offset");
+    row("catalogue: no limit", catalogueService, "-limit", "invalid limit");
+    row("catalogue: letter in limit", catalogueService, "limit=5O", "invalid limit");
+    row("catalogue: zero limit", catalogueService, "limit=0", "invalid limit");
+    row("catalogue: no sort", catalogueService, "-sortType", "invalid sortType");
+    row("catalogue: unknown sort", catalogueService, "sortType=dsc", "invalid sortType");
+    row("catalogue: no type filter", catalogueService, "-filters[type][0] -filters[type][1] -filters[type][3]",
         "invalid type filter");
-    row("catalogue: filter without value", catalogue, "filters[type][0]=", "invalid type filter");
-    row("catalogue: filter on another field", catalogue, "filters[type][0]>filters[typ][0]", "invalid type filter");
-    row("catalogue: filter without index", catalogue, "filters[type][0]>filters[type][]", "invalid type filter");
+    row("catalogue: filter without value", catalogueService, "filters[type][0]=", "invalid type filter");
+    row("catalogue: filter on another field", catalogueService, "filters[type][0]>filters[typ][0]",
+        "invalid type filter");
+    row("catalogue: filter without index", catalogueService, "filters[type][0]>filters[type][]", "invalid type filter");
 
     row("code request", slider, "", "");
     row("code request: triple used", slider, "used", "-");
@@ -402,7 +335,7 @@ void TestCloudSim::refusals()
     const Answer a = send(r);
     QCOMPARE(a.status, 200);
     const QJsonObject reply = a.json();
-    if (service == catalogue) {
+    if (service == catalogueService) {
         QCOMPARE(reply.value("http_code").toInt(), code.isEmpty() ? 200 : code == "invalid token" ? 401 : 400);
         QCOMPARE(reply.value("error").toString(), code);
         QCOMPARE(reply.value("status").toString(), code.isEmpty() ? QStringLiteral("success") : QStringLiteral("fail"));
@@ -470,7 +403,7 @@ void TestCloudSim::codeLoginReplyRecord()
              R"({"countryCode":"86","email":"alice@example.test","mobilePhone":"13800000001","name":"alice"})");
     // The fresh token opens the account's catalogue.
     const QString bearer = at(reply, "token/token").toString();
-    Request r = acceptedRequest(catalogue);
+    Request r = acceptedRequest(catalogueService);
     QVERIFY(r.change("Token=" + bearer) && r.change("Authorization=" + bearer));
     QCOMPARE(mediaList(send(r).json()).size(), 2);
 }

@@ -7,6 +7,8 @@
 #include <QDateTime>
 #include <QJsonDocument>
 #include <QMessageAuthenticationCode>
+#include <QRegularExpression>
+#include <QUrl>
 #include <QUuid>
 
 #include <openssl/evp.h>
@@ -75,4 +77,61 @@ QByteArray aesDecrypt(const QByteArray &key, const QByteArray &ciphertext)
     EVP_CIPHER_CTX_free(ctx);
     out.resize(ok ? first + last : 0);
     return out;
+}
+
+Fields fields(const QJsonObject &object)
+{
+    Fields out;
+    for (auto it = object.begin(); it != object.end(); ++it)
+        out.append({it.key(), it.value()});
+    return out;
+}
+
+QJsonObject object(const Fields &fields)
+{
+    QJsonObject out;
+    for (const auto &[key, value] : fields)
+        out.insert(key, value);
+    return out;
+}
+
+QString Request::catalogueTarget() const
+{
+    QStringList parts;
+    for (const auto &[key, value] : query)
+        parts << QString(key).replace('[', "%5B").replace(']', "%5D") + '=' + value.toString();
+    const QString value = catalogueService + '?' + parts.join('&');
+    return "/gateway/cirro?cirro=" + (wholeValueEncoded ? QString::fromLatin1(QUrl::toPercentEncoding(value)) : value);
+}
+
+CloudClient::Headers Request::rawHeaders() const
+{
+    CloudClient::Headers out;
+    for (const auto &[key, value] : headers)
+        out.append({key.toUtf8(), value.toString().toUtf8()});
+    return out;
+}
+
+bool Request::change(const QString &op)
+{
+    const int at = int(op.indexOf(QRegularExpression(QStringLiteral("[=>~]"))));
+    const bool drop = op.startsWith('-');
+    const QString name = op.mid(drop ? 1 : 0, at < 0 ? -1 : at - (drop ? 1 : 0));
+    for (Fields *list : {&query, &headers, &body}) {
+        for (int i = 0; i < list->size(); ++i) {
+            auto &[key, value] = (*list)[i];
+            if (key != name)
+                continue;
+            if (drop)
+                list->removeAt(i);
+            else if (op.at(at) == '=')
+                value = op.mid(at + 1);
+            else if (op.at(at) == '>')
+                key = op.mid(at + 1);
+            else
+                value = QString(value.toString()).replace(0, 1, value.toString().startsWith('0') ? "1" : "0");
+            return true;
+        }
+    }
+    return false;
 }

@@ -1,7 +1,12 @@
 #pragma once
 
+#include "support/cloudclient.h"
+
 #include <QByteArray>
 #include <QJsonObject>
+#include <QJsonValue>
+#include <QList>
+#include <QPair>
 #include <QString>
 
 // The client's side of the exchanges docs/protocol.md fixes, computed from the document and not
@@ -27,3 +32,27 @@ QJsonObject loginInfo(const QJsonObject &filled, const Triple &t = {});
 QJsonObject codeRequest(const QString &address, const Triple &t, const char *templateCode = "LOGIN");
 /** AES-256-ECB with PKCS#7 padding; empty when the padding does not check out. */
 QByteArray aesDecrypt(const QByteArray &key, const QByteArray &ciphertext);
+
+/** The catalogue's service, behind "/gateway/cirro?cirro=". */
+inline const QString catalogueService = QStringLiteral("Rest/Lite/Medias");
+
+/** Named values in the order they are sent: a query, headers, a record's members. */
+using Fields = QList<QPair<QString, QJsonValue>>;
+Fields fields(const QJsonObject &object);
+QJsonObject object(const Fields &fields);
+
+/** One request to the gateway: the catalogue's query and headers, or a login service's record. */
+struct Request
+{
+    QString service;
+    Fields query, headers, body;
+    bool wholeValueEncoded = false;
+
+    QString catalogueTarget() const;
+    CloudClient::Headers rawHeaders() const;
+    /**
+     * "name=value" sets a parameter, header or member, "-name" drops it, "name>other" renames it,
+     * "name~" changes its first character. False when there is no such name.
+     */
+    bool change(const QString &op);
+};
