@@ -10,28 +10,19 @@
 #include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
 #include "cloudmaterial/cloudmateriallist/detailwidget.h"
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
-#include "cloudmaterial/currentnode.h"
-#include "cloudmaterial/protocol/httpclientwrapper.h"
 #include "cloudmaterial/translatemanager.h"
-#include "cloudmaterial/workerpool.h"
 
-#include "localcloud/cloudsim.h"
-#include "support/cloudscenario.h"
 #include "support/paneldriver.h"
 
 #include <QtTest>
 
 #include <QDrag>
-#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
 #include <QStackedWidget>
-
-#include <mutex>
-#include <thread>
 
 using namespace talvor::cloudmaterial;
 

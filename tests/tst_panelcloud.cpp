@@ -22,16 +22,13 @@
 
 #include <QtTest>
 
-#include <QDrag>
 #include <QHeaderView>
 #include <QLabel>
-#include <QLineEdit>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
 #include <QStackedWidget>
 
-#include <mutex>
 #include <thread>
 
 using namespace talvor::cloudmaterial;

@@ -66,6 +66,7 @@ DownloadStatus FileDownloader::Private::downloadFile(std::string_view url, const
     request.setRawHeader("Range", QStringLiteral("bytes=%1-").arg(bytesWritten).toLatin1());
     QNetworkReply *reply = manager.get(request);
     statusChecked = false;
+    progressReported = -1;
     // A bounded buffer leaves bytes in the socket when the disk falls behind the network,
     // rather than letting the reply grow with the file. At 64 KiB the network thread hands
     // over whole 64 KiB blocks; the other sizes tried (16 KiB to 8 MiB) broke the transfer
