@@ -1,8 +1,8 @@
 #include "cloudmaterial/cloudmateriallist/detailbottomwidget.h"
 
+#include "cloudmaterial/languagechange.h"
 #include "cloudmaterial/translatemanager.h"
 
-#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -67,6 +67,7 @@ DetailBottomWidget::DetailBottomWidget(QWidget *parent)
     d->mode->setProperty("state", QStringLiteral("unmode"));
     d->download = button("downloadBtn");
     d->retranslate();
+    onLanguageChange(this, [this] { d->retranslate(); });
 
     layout->addWidget(d->add);
     layout->addWidget(d->del);
@@ -86,13 +87,6 @@ DetailBottomWidget::DetailBottomWidget(QWidget *parent)
 }
 
 DetailBottomWidget::~DetailBottomWidget() = default;
-
-void DetailBottomWidget::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::LanguageChange)
-        d->retranslate();
-    QWidget::changeEvent(event);
-}
 
 QPushButton *DetailBottomWidget::addButton() const
 {

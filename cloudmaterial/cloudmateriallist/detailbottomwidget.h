@@ -39,9 +39,6 @@ Q_SIGNALS:
     void downloadRequested();
     void deleteRequested();
 
-protected:
-    void changeEvent(QEvent *event) override;
-
 private:
     class Private;
     std::unique_ptr<Private> const d;

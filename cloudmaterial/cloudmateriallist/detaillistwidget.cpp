@@ -3,9 +3,9 @@
 #include "cloudmaterial/cloudmateriallist/detaillistitemdelegate.h"
 #include "cloudmaterial/cloudmateriallist/detaillistitemwidget.h"
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+#include "cloudmaterial/languagechange.h"
 #include "cloudmaterial/themeimage.h"
 
-#include <QEvent>
 #include <QIcon>
 
 namespace talvor::cloudmaterial {
@@ -33,6 +33,15 @@ DetailListWidget::DetailListWidget(QWidget *parent)
     setDragEnabled(true);
     setDragDropMode(QAbstractItemView::DragOnly);
     setItemDelegate(new DetailListItemDelegate(this));
+    onLanguageChange(this, [this] {
+        for (int row = 0; row < count(); ++row) {
+            QListWidgetItem *it = item(row);
+            if (const DetailListItemWidget *widget = materialWidget(it)) {
+                it->setData(TypeRole, mediaTypeName(widget->model().mediaType));
+                it->setToolTip(materialToolTip(it->text(), widget->model().downloadStatus));
+            }
+        }
+    });
 }
 
 DetailListWidget::~DetailListWidget() = default;
@@ -105,20 +114,6 @@ void DetailListWidget::setThumbnail(const QString &id, const QPixmap &thumbnail)
 {
     if (QListWidgetItem *item = itemById(id))
         item->setData(ThumbnailRole, thumbnail);
-}
-
-void DetailListWidget::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::LanguageChange) {
-        for (int row = 0; row < count(); ++row) {
-            QListWidgetItem *it = item(row);
-            if (const DetailListItemWidget *widget = materialWidget(it)) {
-                it->setData(TypeRole, mediaTypeName(widget->model().mediaType));
-                it->setToolTip(materialToolTip(it->text(), widget->model().downloadStatus));
-            }
-        }
-    }
-    QListWidget::changeEvent(event);
 }
 
 void DetailListWidget::startDrag(Qt::DropActions supportedActions)

@@ -46,7 +46,6 @@ public:
 
 protected:
     void startDrag(Qt::DropActions supportedActions) override;
-    void changeEvent(QEvent *event) override;
 
 private:
     class Private;

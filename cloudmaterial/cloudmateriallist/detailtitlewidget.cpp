@@ -1,5 +1,6 @@
 #include "cloudmaterial/cloudmateriallist/detailtitlewidget.h"
 
+#include "cloudmaterial/languagechange.h"
 #include "cloudmaterial/translatemanager.h"
 
 #include <QEvent>
@@ -62,6 +63,7 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
     d->refresh->setObjectName(QStringLiteral("cloudRefreshButton"));
     layout->addWidget(d->refresh);
     d->retranslate();
+    onLanguageChange(this, [this] { d->retranslate(); });
 
     // Filtering follows each keystroke; the search button re-applies the text (e.g. after a refresh).
     connect(d->edit, &QLineEdit::textChanged, this, &DetailTitleWidget::searchTextChanged);
@@ -70,13 +72,6 @@ DetailTitleWidget::DetailTitleWidget(QWidget *parent)
 }
 
 DetailTitleWidget::~DetailTitleWidget() = default;
-
-void DetailTitleWidget::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::LanguageChange)
-        d->retranslate();
-    QWidget::changeEvent(event);
-}
 
 bool DetailTitleWidget::eventFilter(QObject *watched, QEvent *event)
 {

@@ -23,7 +23,6 @@ public:
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
-    void changeEvent(QEvent *event) override;
 
 Q_SIGNALS:
     void searchTextChanged(const QString &text);

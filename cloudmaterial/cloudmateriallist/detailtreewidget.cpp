@@ -1,10 +1,10 @@
 #include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
 
 #include "cloudmaterial/cloudmateriallist/materialpresentation.h"
+#include "cloudmaterial/languagechange.h"
 #include "cloudmaterial/themeimage.h"
 #include "cloudmaterial/translatemanager.h"
 
-#include <QEvent>
 #include <QHeaderView>
 #include <QIcon>
 #include <QPainter>
@@ -54,12 +54,20 @@ public:
     // The codes behind each row's translated texts, kept on the row for a change of language.
     static constexpr int CodeRole = Qt::UserRole + 4;
 
-    void retranslateHeader(DetailTreeWidget *tree)
+    void retranslate(DetailTreeWidget *tree)
     {
         tree->setHeaderLabels({TranslateManager::text("Name"), TranslateManager::text("Thumbnail"),
                                TranslateManager::text("Status"), TranslateManager::text("Download"),
                                TranslateManager::text("Type"), TranslateManager::text("Resolution"),
                                TranslateManager::text("Size")});
+        for (int row = 0; row < tree->topLevelItemCount(); ++row) {
+            QTreeWidgetItem *item = tree->topLevelItem(row);
+            item->setText(TypeColumn, mediaTypeName(item->data(TypeColumn, CodeRole).toInt()));
+            item->setText(ApprovalColumn, approvalText(item->data(ApprovalColumn, CodeRole).toInt()));
+            const QString tip = materialToolTip(item->text(NameColumn), item->data(StatusColumn, CodeRole).toInt());
+            item->setToolTip(NameColumn, tip);
+            item->setToolTip(StatusColumn, tip);
+        }
     }
 
     std::function<StarDragCallback()> callbackProvider;
@@ -73,7 +81,8 @@ DetailTreeWidget::DetailTreeWidget(QWidget *parent)
     setObjectName(QStringLiteral("detailTreeWidget"));
     header()->setObjectName(QStringLiteral("detailTreeHeader"));
     setColumnCount(ColumnCount);
-    d->retranslateHeader(this);
+    d->retranslate(this);
+    onLanguageChange(this, [this] { d->retranslate(this); });
     for (int column : {SizeColumn, IdColumn, PathColumn})
         setColumnHidden(column, true);
     setUniformRowHeights(true);
@@ -203,23 +212,6 @@ int DetailTreeWidget::progress(const QString &id) const
     if (!bar)
         return -1;
     return bar->maximum() > 0 ? bar->value() : 0;
-}
-
-void DetailTreeWidget::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::LanguageChange) {
-        d->retranslateHeader(this);
-        for (int row = 0; row < topLevelItemCount(); ++row) {
-            QTreeWidgetItem *item = topLevelItem(row);
-            item->setText(TypeColumn, mediaTypeName(item->data(TypeColumn, Private::CodeRole).toInt()));
-            item->setText(ApprovalColumn, approvalText(item->data(ApprovalColumn, Private::CodeRole).toInt()));
-            const QString tip =
-                materialToolTip(item->text(NameColumn), item->data(StatusColumn, Private::CodeRole).toInt());
-            item->setToolTip(NameColumn, tip);
-            item->setToolTip(StatusColumn, tip);
-        }
-    }
-    QTreeWidget::changeEvent(event);
 }
 
 void DetailTreeWidget::startDrag(Qt::DropActions supportedActions)

@@ -51,7 +51,6 @@ public:
 
 protected:
     void startDrag(Qt::DropActions supportedActions) override;
-    void changeEvent(QEvent *event) override;
 
 private:
     class Private;

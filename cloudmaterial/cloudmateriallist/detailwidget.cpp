@@ -6,9 +6,9 @@
 #include "cloudmaterial/cloudmateriallist/detaillistwidget.h"
 #include "cloudmaterial/cloudmateriallist/detailtitlewidget.h"
 #include "cloudmaterial/cloudmateriallist/detailtreewidget.h"
+#include "cloudmaterial/languagechange.h"
 #include "cloudmaterial/translatemanager.h"
 
-#include <QEvent>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
@@ -215,6 +215,7 @@ DetailWidget::DetailWidget(CloudMaterialController *controller, QWidget *parent)
         });
     }
     d->retranslate();
+    onLanguageChange(this, [this] { d->retranslate(); });
 
     if (!controller)
         return;
@@ -235,13 +236,6 @@ DetailWidget::DetailWidget(CloudMaterialController *controller, QWidget *parent)
 }
 
 DetailWidget::~DetailWidget() = default;
-
-void DetailWidget::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::LanguageChange)
-        d->retranslate();
-    QWidget::changeEvent(event);
-}
 
 DetailTitleWidget *DetailWidget::titleWidget() const
 {

@@ -68,9 +68,6 @@ public:
     /** Shows only the materials whose name contains the text (case-insensitive). */
     void setFilter(const QString &text);
 
-protected:
-    void changeEvent(QEvent *event) override;
-
 private:
     class Private;
     std::unique_ptr<Private> const d;

@@ -3,6 +3,7 @@
 #include "ui_logindlalog.h"
 
 #include "cloudmaterial/countrycodejson.h"
+#include "cloudmaterial/languagechange.h"
 #include "cloudmaterial/login/codecountdown.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginkeys.h"
@@ -16,7 +17,6 @@
 #include "cloudmaterial/translatemanager.h"
 
 #include <QCoreApplication>
-#include <QEvent>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLoggingCategory>
@@ -483,6 +483,7 @@ LoginDlalog::LoginDlalog(QWidget *parent)
     d->setupConnections();
     d->fillCountryCodes();
     d->retranslate();
+    onLanguageChange(this, [this] { d->retranslate(); });
     // As tall as the form needs in the current font; the tips keep their room while hidden.
     setFixedSize(420, sizeHint().height());
 }
@@ -584,13 +585,6 @@ void LoginDlalog::showEvent(QShowEvent *event)
     if (d->currentNode.isEmpty())
         d->showServerPanel(true);
     QDialog::showEvent(event);
-}
-
-void LoginDlalog::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::LanguageChange && d->titleBar)
-        d->retranslate();
-    QDialog::changeEvent(event);
 }
 
 } // namespace talvor::cloudmaterial

@@ -59,7 +59,6 @@ Q_SIGNALS:
     void sigUpdateSeverSelect(const QString &node, const QString &identity);
 
 protected:
-    void changeEvent(QEvent *event) override;
     void showEvent(QShowEvent *event) override;
 
 private:

@@ -2,6 +2,7 @@
 
 #include "ui_loginverify.h"
 
+#include "cloudmaterial/languagechange.h"
 #include "cloudmaterial/login/codecountdown.h"
 #include "cloudmaterial/login/jsmessage.h"
 #include "cloudmaterial/login/loginresult.h"
@@ -9,7 +10,6 @@
 #include "cloudmaterial/titlebar.h"
 #include "cloudmaterial/translatemanager.h"
 
-#include <QEvent>
 #include <QPointer>
 #include <QRegularExpression>
 #include <QRegularExpressionValidator>
@@ -182,6 +182,7 @@ LoginVerify::LoginVerify(QWidget *parent)
     connect(d->ui.pushButton_cancel, &QPushButton::clicked, this, &QDialog::reject);
 
     d->retranslate();
+    onLanguageChange(this, [this] { d->retranslate(); });
 }
 
 LoginVerify::~LoginVerify() = default;
@@ -241,13 +242,6 @@ int LoginVerify::countdownValue() const
 bool LoginVerify::isCountingDown() const
 {
     return d->countdown->isRunning();
-}
-
-void LoginVerify::changeEvent(QEvent *event)
-{
-    if (event->type() == QEvent::LanguageChange && d->titleBar)
-        d->retranslate();
-    QDialog::changeEvent(event);
 }
 
 } // namespace talvor::cloudmaterial

@@ -43,9 +43,6 @@ Q_SIGNALS:
     int sigLogin(const talvor::cloudmaterial::SecondVerifyCodeInfo &info);
     int sigGetVerifyCode(const talvor::cloudmaterial::AliVerifyCodeInfo &info);
 
-protected:
-    void changeEvent(QEvent *event) override;
-
 private:
     class Private;
     std::unique_ptr<Private> const d;
