@@ -6,6 +6,8 @@
 #include <QString>
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <vector>
 
 namespace bench {
@@ -23,6 +25,17 @@ inline QCommandLineOption countOption(const char *name, const char *what, int de
     return QCommandLineOption(QString::fromLatin1(name),
                               QStringLiteral("%1 (default %2).").arg(QString::fromLatin1(what)).arg(defaultValue),
                               QStringLiteral("n"), QString::number(defaultValue));
+}
+
+/** Prints the printf-style message and a line end to stderr; returns 1, a bench's exit code when it cannot run. */
+[[gnu::format(printf, 1, 2)]] inline int fail(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::vfprintf(stderr, format, args);
+    va_end(args);
+    std::fputc('\n', stderr);
+    return 1;
 }
 
 } // namespace bench

@@ -344,35 +344,25 @@ int main(int argc, char **argv)
     benchClock.start();
 
     Mosquitto broker;
-    if (!broker.start()) {
-        std::fprintf(stderr, "mosquitto did not start\n");
-        return 1;
-    }
+    if (!broker.start())
+        return bench::fail("mosquitto did not start");
     CloudSim cloud; // also makes this process trust its CA
     const QJsonObject account{{QStringLiteral("token"), QStringLiteral("tok-1")},
                               {QStringLiteral("name"), QStringLiteral("ann")}};
-    if (!cloud.start(QJsonDocument(QJsonObject{{QStringLiteral("accounts"), QJsonArray{account}}}).toJson())) {
-        std::fprintf(stderr, "cloudsim did not start\n");
-        return 1;
-    }
+    if (!cloud.start(QJsonDocument(QJsonObject{{QStringLiteral("accounts"), QJsonArray{account}}}).toJson()))
+        return bench::fail("cloudsim did not start");
     if (cloud
             .control("POST", QStringLiteral("/control/mqtt"),
                      QJsonDocument(QJsonObject{{QStringLiteral("url"), broker.url()}}))
-            .isNull()) {
-        std::fprintf(stderr, "cloudsim's device service did not reach the broker\n");
-        return 1;
-    }
+            .isNull())
+        return bench::fail("cloudsim's device service did not reach the broker");
     QTemporaryDir configDir;
-    if (!configDir.isValid()) {
-        std::fprintf(stderr, "no temporary folder\n");
-        return 1;
-    }
+    if (!configDir.isValid())
+        return bench::fail("no temporary folder");
     // cloudsim makes the DNS entry's keys in the background after it starts; a real cloud has
     // them, so the first run must not wait for them.
-    if (!fetch(cloud.url(QStringLiteral("/mqtt/control/v1/")))) {
-        std::fprintf(stderr, "cloudsim's DNS entry did not come\n");
-        return 1;
-    }
+    if (!fetch(cloud.url(QStringLiteral("/mqtt/control/v1/"))))
+        return bench::fail("cloudsim's DNS entry did not come");
 
     MainControllerWrapper &wrapper = MainControllerWrapper::instance();
     MainController &controller = MainController::instance();
@@ -407,10 +397,8 @@ int main(int argc, char **argv)
         loginNs = -1;
         const qint64 startNs = benchClock.nsecsElapsed();
         wrapper.autoLogin();
-        if (loginNs < 0) {
-            std::fprintf(stderr, "run %d: the saved session was not resumed\n", run + 1);
-            return 1;
-        }
+        if (loginNs < 0)
+            return bench::fail("run %d: the saved session was not resumed", run + 1);
         // The stamp is taken as the line is written, so the polling does not enter the figure.
         QElapsedTimer waited;
         waited.start();
@@ -425,10 +413,8 @@ int main(int argc, char **argv)
         poll.start(1);
         wait.exec();
         const auto stamps = sink->copy();
-        if (stamps[BindingReplyHandled] < 0) {
-            std::fprintf(stderr, "run %d: no binding reply within %d ms\n", run + 1, waitLimitMs);
-            return 1;
-        }
+        if (stamps[BindingReplyHandled] < 0)
+            return bench::fail("run %d: no binding reply within %d ms", run + 1, waitLimitMs);
         if (std::any_of(stamps.begin(), stamps.end(), [](qint64 s) { return s < 0; })) {
             std::fprintf(stderr, "run %d: a stage's log line is missing\n", run + 1);
             return 1;
@@ -491,10 +477,8 @@ int main(int argc, char **argv)
                 return header.value(QStringLiteral("requestId")).toString().toStdString() == requestId;
             },
             waitLimitMs);
-        if (!reply) {
-            std::fprintf(stderr, "get %d: no reply within %d ms\n", i + 1, waitLimitMs);
-            return 1;
-        }
+        if (!reply)
+            return bench::fail("get %d: no reply within %d ms", i + 1, waitLimitMs);
         roundTripMs.push_back(msSince(startNs, reply->ns));
     }
     printRuns("get round trips", roundTripMs);

@@ -275,16 +275,12 @@ int main(int argc, char **argv)
     }
 
     CloudSim sim; // also makes this process trust its CA
-    if (!sim.start(scenario())) {
-        std::fprintf(stderr, "cloudsim did not start\n");
-        return 1;
-    }
+    if (!sim.start(scenario()))
+        return bench::fail("cloudsim did not start");
     // Beside the system's other temporary files: the same disk for both clients.
     QTemporaryDir dir;
-    if (!dir.isValid()) {
-        std::fprintf(stderr, "no temporary folder\n");
-        return 1;
-    }
+    if (!dir.isValid())
+        return bench::fail("no temporary folder");
     const QString url = sim.url(QStringLiteral("/files/big.bin"));
 
     std::vector<double> oursSeconds;
@@ -306,11 +302,8 @@ int main(int argc, char **argv)
             const bool good = transfer && verifyDownload(path, &why);
             QFile::remove(path);
             QFile::remove(path + QStringLiteral(".temp"));
-            if (!good) {
-                std::fprintf(stderr, "round %d, %s: bad download %s\n", round + 1, ours ? "ours" : "curl",
-                             qPrintable(why));
-                return 1;
-            }
+            if (!good)
+                return bench::fail("round %d, %s: bad download %s", round + 1, ours ? "ours" : "curl", qPrintable(why));
             std::printf("  round %d %s: %.2f s, %.1f MiB/s, cpu %.2f s", round + 1, ours ? "ours" : "curl",
                         transfer->seconds, fileSize / mebibyte / transfer->seconds, transfer->cpuSeconds);
             if (ours)

@@ -304,10 +304,8 @@ int main(int argc, char **argv)
         std::vector<double> times;
         for (int i = 0; i < runs; ++i) {
             const double ms = run(*controller, *panel, log, rows);
-            if (ms < 0) {
-                std::fprintf(stderr, "panel_bench: not every row was painted; is the screen large enough?\n");
-                return 1;
-            }
+            if (ms < 0)
+                return bench::fail("panel_bench: not every row was painted; is the screen large enough?");
             times.push_back(ms);
         }
         std::printf("%-6s first addMaterials -> last row painted: %7.2f / %7.2f / %7.2f\n", tree ? "table" : "grid",
@@ -315,10 +313,8 @@ int main(int argc, char **argv)
                     *std::max_element(times.begin(), times.end()));
     }
 #ifdef RXCM_BENCH_LOCAL_CLOUD
-    if (!timePanelReady(runs)) {
-        std::fprintf(stderr, "panel_bench: the panel never showed every row in its final state\n");
-        return 1;
-    }
+    if (!timePanelReady(runs))
+        return bench::fail("panel_bench: the panel never showed every row in its final state");
 #endif
     const QString self = QStringLiteral("self");
     std::printf("memory with the panel open (50 materials): peak %.1f MiB, web engine not started\n",
