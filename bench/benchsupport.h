@@ -3,6 +3,7 @@
 // Small pieces the Qt benchmarks share.
 
 #include <QCommandLineOption>
+#include <QCommandLineParser>
 #include <QString>
 
 #include <algorithm>
@@ -19,12 +20,15 @@ inline double median(std::vector<double> values)
     return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
-/** "--name n", described as "<what> (default <n>)." */
-inline QCommandLineOption countOption(const char *name, const char *what, int defaultValue)
+/** Adds "--name n", described as "<what> (default <n>).", to @p parser and returns it. */
+inline QCommandLineOption addCountOption(QCommandLineParser &parser, const char *name, const char *what,
+                                         int defaultValue)
 {
-    return QCommandLineOption(QString::fromLatin1(name),
-                              QStringLiteral("%1 (default %2).").arg(QString::fromLatin1(what)).arg(defaultValue),
-                              QStringLiteral("n"), QString::number(defaultValue));
+    const QCommandLineOption option(QString::fromLatin1(name),
+                                    QStringLiteral("%1 (default %2).").arg(QString::fromLatin1(what)).arg(defaultValue),
+                                    QStringLiteral("n"), QString::number(defaultValue));
+    parser.addOption(option);
+    return option;
 }
 
 /** Prints the printf-style message and a line end to stderr; returns 1, a bench's exit code when it cannot run. */

@@ -324,13 +324,11 @@ int main(int argc, char **argv)
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Device binding and get round trip benchmark against cloudsim"));
     parser.addHelpOption();
-    const QCommandLineOption runsOption = bench::countOption("runs", "Bindings timed", 20);
-    const QCommandLineOption getsOption = bench::countOption("gets", "Get round trips timed", 50);
+    const QCommandLineOption runsOption = bench::addCountOption(parser, "runs", "Bindings timed", 20);
+    const QCommandLineOption getsOption = bench::addCountOption(parser, "gets", "Get round trips timed", 50);
     const QCommandLineOption qosOption(QStringLiteral("get-qos"),
                                        QStringLiteral("QoS of the get requests (default 2, as the cloud sends them)."),
                                        QStringLiteral("qos"), QStringLiteral("2"));
-    parser.addOption(runsOption);
-    parser.addOption(getsOption);
     parser.addOption(qosOption);
     parser.process(app);
     const int runs = parser.value(runsOption).toInt();

@@ -262,10 +262,10 @@ int main(int argc, char **argv)
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Download and catalogue refresh benchmark against cloudsim"));
     parser.addHelpOption();
-    const QCommandLineOption roundsOption = bench::countOption("rounds", "Downloads per client, 0 skips them", 5);
-    const QCommandLineOption refreshOption = bench::countOption("refresh-runs", "Catalogue refreshes timed", 20);
-    parser.addOption(roundsOption);
-    parser.addOption(refreshOption);
+    const QCommandLineOption roundsOption =
+        bench::addCountOption(parser, "rounds", "Downloads per client, 0 skips them", 5);
+    const QCommandLineOption refreshOption =
+        bench::addCountOption(parser, "refresh-runs", "Catalogue refreshes timed", 20);
     parser.process(app);
     const int rounds = parser.value(roundsOption).toInt();
     const int refreshRuns = parser.value(refreshOption).toInt();

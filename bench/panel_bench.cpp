@@ -270,8 +270,7 @@ int main(int argc, char **argv)
     QApplication app(argc, argv);
     QCommandLineParser parser;
     parser.addHelpOption();
-    const QCommandLineOption runsOption = bench::countOption("runs", "Runs per view", 20);
-    parser.addOption(runsOption);
+    const QCommandLineOption runsOption = bench::addCountOption(parser, "runs", "Runs per view", 20);
     parser.process(app);
     const int runs = std::max(1, parser.value(runsOption).toInt());
 
