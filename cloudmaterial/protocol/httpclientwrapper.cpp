@@ -88,7 +88,10 @@ public:
     {
         Wait wait = Wait::Closed;
         int status = 0;
-        std::string body;
+        std::string body; // empty unless finished
+
+        /** What the caller gets: ok for status 200 and no quoted "error" in the body. */
+        HttpReply result() const { return {status == 200 && body.find(errorKey) == std::string::npos, body}; }
     };
 
     /** Issues the request with @p send on this thread's manager and waits for it; frees the reply. */
@@ -222,19 +225,13 @@ HttpReply HttpClientWrapper::get(const std::string &url, const HttpHeaders &head
     const auto reply = d->exchange(request, [&](QNetworkAccessManager &manager) { return manager.get(request); });
     if (reply.wait == Private::Wait::TimedOut)
         RXCM_LOG_WARN("get reply timeout, url: {}", url);
-    if (reply.wait != Private::Wait::Finished)
-        return {};
-
-    HttpReply result;
-    result.body = reply.body;
-    if (reply.status != 200) {
-        RXCM_LOG_WARN("get reply err, url: {}, status code: {}, msg: {}", url, reply.status, result.body);
-        return result;
+    if (reply.wait == Private::Wait::Finished) {
+        if (reply.status != 200)
+            RXCM_LOG_WARN("get reply err, url: {}, status code: {}, msg: {}", url, reply.status, reply.body);
+        else if (logReply)
+            RXCM_LOG_INFO("get reply: {}", reply.body);
     }
-    if (logReply)
-        RXCM_LOG_INFO("get reply: {}", result.body);
-    result.ok = result.body.find(errorKey) == std::string::npos;
-    return result;
+    return reply.result();
 }
 
 HttpReply HttpClientWrapper::post(const std::string &url, const HttpHeaders &headers, const std::string &body, bool log)
@@ -264,20 +261,13 @@ HttpReply HttpClientWrapper::post(const std::string &url, const HttpHeaders &hea
     // The same text as get's: the cloud's operators search the logs for it.
     if (reply.wait == Private::Wait::TimedOut)
         RXCM_LOG_WARN("get reply timeout, url: {}", url);
-    if (reply.wait != Private::Wait::Finished)
-        return {};
-
-    HttpReply result;
-    result.body = reply.body;
-    if (reply.status != 200) {
-        RXCM_LOG_WARN("post reply err, status code: {}", reply.status);
-        RXCM_LOG_INFO("post reply: {}", result.body);
-        return result;
+    if (reply.wait == Private::Wait::Finished) {
+        if (reply.status != 200)
+            RXCM_LOG_WARN("post reply err, status code: {}", reply.status);
+        if (reply.status != 200 || log)
+            RXCM_LOG_INFO("post reply: {}", reply.body);
     }
-    if (log)
-        RXCM_LOG_INFO("post reply: {}", result.body);
-    result.ok = result.body.find(errorKey) == std::string::npos;
-    return result;
+    return reply.result();
 }
 
 } // namespace talvor::cloudmaterial
