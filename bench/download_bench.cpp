@@ -4,12 +4,14 @@
 //     download_bench [--rounds N] [--refresh-runs N]      (--rounds 0: the refresh only)
 //
 // Each round fetches a 512 MiB generated file once with FileDownloader and once with curl,
-// alternating. Our side runs in a child process (this executable re-run with --child-download)
-// so that its peak resident memory is its own and not the bench's. Both sides time the
-// transfer itself, request to complete file, leaving process start-up out. The CPU time of
-// each download is shown too (on a busy machine it says more than the wall clock): ours is
-// what the child's threads used from the request to the complete file, as in a host that has
-// long been running; curl's is its whole process, start-up included (a few milliseconds).
+// taking turns at going first, after a warm-up round that is not counted (whichever client
+// came first to a fresh cloudsim was served noticeably slower). Our side runs in a child
+// process (this executable re-run with --child-download) so that its peak resident memory is
+// its own and not the bench's. Both sides time the transfer itself, request to complete file,
+// leaving process start-up out. The CPU time of each download is shown too (on a busy machine
+// it says more than the wall clock): ours is what the child's threads used from the request
+// to the complete file, as in a host that has long been running; curl's is its whole process,
+// start-up included (a few milliseconds).
 
 #include "cloudmaterial/cloudmateriallist/cloudmaterialcontroller.h"
 #include "cloudmaterial/currentnode.h"
@@ -288,8 +290,12 @@ int main(int argc, char **argv)
     std::vector<double> oursCpu;
     std::vector<double> curlCpu;
     double peakRssMiB = 0;
-    for (int round = 0; round < rounds; ++round) {
-        for (const bool ours : {true, false}) {
+    // Round 0 warms cloudsim up and is not counted; then the clients take turns at going first.
+    for (int round = rounds > 0 ? 0 : 1; round <= rounds; ++round) {
+        const bool oursFirst = round % 2 == 1;
+        char label[32];
+        std::snprintf(label, sizeof label, round == 0 ? "warm-up" : "round %d", round);
+        for (const bool ours : {oursFirst, !oursFirst}) {
             const QString path = dir.filePath(QStringLiteral("round%1-%2.bin").arg(round).arg(ours ? "ours" : "curl"));
             const double cpuBefore = reapedChildrenCpuSeconds();
             auto transfer = ours ? downloadOurs(url, path, sim.caFile()) : downloadCurl(url, path, sim.caFile());
@@ -303,13 +309,15 @@ int main(int argc, char **argv)
             QFile::remove(path);
             QFile::remove(path + QStringLiteral(".temp"));
             if (!good)
-                return bench::fail("round %d, %s: bad download %s", round + 1, ours ? "ours" : "curl", qPrintable(why));
-            std::printf("  round %d %s: %.2f s, %.1f MiB/s, cpu %.2f s", round + 1, ours ? "ours" : "curl",
-                        transfer->seconds, fileSize / mebibyte / transfer->seconds, transfer->cpuSeconds);
+                return bench::fail("%s, %s: bad download %s", label, ours ? "ours" : "curl", qPrintable(why));
+            std::printf("  %s %s: %.2f s, %.1f MiB/s, cpu %.2f s", label, ours ? "ours" : "curl", transfer->seconds,
+                        fileSize / mebibyte / transfer->seconds, transfer->cpuSeconds);
             if (ours)
                 std::printf(" (process %.2f s), peak RSS %.1f MiB", transfer->processCpuSeconds, transfer->peakRssMiB);
             std::printf("\n");
             std::fflush(stdout);
+            if (round == 0)
+                continue;
             (ours ? oursSeconds : curlSeconds).push_back(transfer->seconds);
             (ours ? oursCpu : curlCpu).push_back(transfer->cpuSeconds);
             if (ours)
