@@ -291,7 +291,7 @@ int main(int argc, char **argv)
     parser.setApplicationDescription(QStringLiteral("Download and catalogue refresh benchmark against cloudsim"));
     parser.addHelpOption();
     const QCommandLineOption roundsOption =
-        bench::addCountOption(parser, "rounds", "Downloads per client, 0 skips them", 5);
+        bench::addCountOption(parser, "rounds", "Downloads per client, 0 skips them", 7);
     const QCommandLineOption refreshOption =
         bench::addCountOption(parser, "refresh-runs", "Catalogue refreshes timed", 20);
     const QCommandLineOption bareHeapFlag(QLatin1String(bareHeapOption),
