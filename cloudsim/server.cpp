@@ -27,6 +27,7 @@ namespace {
 
 constexpr std::size_t chunkSize = 64 * 1024;
 constexpr std::size_t requestLogLimit = 10000;
+constexpr std::size_t maxPageSize = 50; // media per catalogue page
 
 } // namespace
 
@@ -207,8 +208,9 @@ Reply Server::Private::catalogue(const httplib::Request &req, const QueryItems &
     const auto offset = sizeParam(params, "offset");
     if (!offset)
         return cloudFailure(400, "invalid offset");
+    // A page holds at most 50 media; there is no asking for the whole account at once.
     const auto limit = sizeParam(params, "limit");
-    if (!limit || *limit == 0)
+    if (!limit || *limit == 0 || *limit > maxPageSize)
         return cloudFailure(400, "invalid limit");
     const std::string sortType = queryValue(params, "sortType");
     if (sortType != "asc" && sortType != "desc")

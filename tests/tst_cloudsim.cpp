@@ -229,6 +229,7 @@ void TestCloudSim::refusals_data()
     row("catalogue: no limit", catalogueService, "-limit", "invalid limit");
     row("catalogue: letter in limit", catalogueService, "limit=5O", "invalid limit");
     row("catalogue: zero limit", catalogueService, "limit=0", "invalid limit");
+    row("catalogue: more than a page", catalogueService, "limit=51", "invalid limit");
     row("catalogue: no sort", catalogueService, "-sortType", "invalid sortType");
     row("catalogue: unknown sort", catalogueService, "sortType=dsc", "invalid sortType");
     row("catalogue: no type filter", catalogueService, "-filters[type][0] -filters[type][1] -filters[type][3]",
