@@ -21,6 +21,7 @@
 #include <QSslConfiguration>
 #include <QStringList>
 #include <QTimer>
+#include <QTreeWidget>
 #include <QVBoxLayout>
 #include <QWidget>
 
@@ -107,6 +108,8 @@ private:
             cloud.autoLogin();
         } else if (command == QLatin1String("clear")) {
             cloud.clear();
+        } else if (command == QLatin1String("language") && words.size() == 2) {
+            cloud.setCurrentLanguage(words[1].toStdString());
         } else if (command == QLatin1String("volume") && words.size() == 2) {
             cloud.updateVolume(words[1].toInt());
         } else if (command == QLatin1String("wait") && words.size() == 2) {
@@ -137,17 +140,25 @@ private:
         return 0;
     }
 
-    // Selects exactly the named materials in the grid, as a user's clicks with Ctrl would.
+    // Selects exactly the named materials in the view shown, grid or table, as a user's clicks
+    // with Ctrl would.
     void select(const QStringList &names)
     {
-        auto *list = window->findChild<QListWidget *>(QStringLiteral("detailListWidget"));
-        if (!list) {
+        auto *table = window->findChild<QTreeWidget *>(QStringLiteral("detailTreeWidget"));
+        if (table && table->isVisibleTo(window))
+            select(names, table, [table](const QString &name) { return table->findItems(name, Qt::MatchExactly); });
+        else if (auto *grid = window->findChild<QListWidget *>(QStringLiteral("detailListWidget")))
+            select(names, grid, [grid](const QString &name) { return grid->findItems(name, Qt::MatchExactly); });
+        else
             say(QStringLiteral("error no material list"));
-            return;
-        }
-        list->clearSelection();
+    }
+
+    template<typename Find>
+    void select(const QStringList &names, QAbstractItemView *view, Find find)
+    {
+        view->clearSelection();
         for (const QString &name : names) {
-            const auto found = list->findItems(name, Qt::MatchExactly);
+            const auto found = find(name);
             if (found.size() != 1) {
                 say(QStringLiteral("error not listed ") + name);
                 continue;

@@ -1,8 +1,9 @@
 // The module's life as a host lives it: a player-like process (lifecyclehost) that links the
 // shared library is started, driven and quit from here, while the local cloud and a real broker
 // watch what reaches them. Exit while the device is bound, a storm of logins and clears,
-// Download pressed twice, and a seeded stress that mixes these with the cloud's unbinding and
-// broker restarts. Set RXCM_STRESS_SEED to replay a run; the seed is printed by every run.
+// Download pressed twice, and a seeded stress that mixes these with the cloud's unbinding,
+// broker restarts, language switches and the grid/table switch. Set RXCM_STRESS_SEED to replay
+// a run; the seed is printed by every run.
 
 #include "localcloud/cloudsim.h"
 #include "localcloud/mosquitto.h"
@@ -377,8 +378,10 @@ void TestLifecycle::seededStress()
         return live && seen.contains(bindingRequest) && seen.lastIndexOf(basic) > seen.lastIndexOf(bindingRequest);
     };
 
-    enum Action { Login, Clear, Volume, Refresh, Download, Unbind, RestartBroker };
-    std::discrete_distribution<int> pick({3, 2, 2, 1, 3, 1, 1});
+    enum Action { Login, Clear, Volume, Refresh, Download, Unbind, RestartBroker, Language, SwitchView };
+    std::discrete_distribution<int> pick({3, 2, 2, 1, 3, 1, 1, 1, 1});
+    const QStringList languages{QStringLiteral("zh_CN"), QStringLiteral("zh_TW"), QStringLiteral("en"),
+                                QStringLiteral("korean"), QStringLiteral("russian")};
     while (clock.elapsed() < 35000) {
         checkQuiet();
         if (QTest::currentTestFailed())
@@ -462,6 +465,17 @@ void TestLifecycle::seededStress()
             endSession();
             break;
         }
+        case Language: {
+            // Whatever runs meanwhile (a start, downloads, the dialogs) goes on in the new language.
+            const QString language = languages.at(std::uniform_int_distribution<int>(0, 4)(random));
+            step(QStringLiteral("setCurrentLanguage(%1)").arg(language));
+            QVERIFY(host->run(QStringLiteral("language ") + language));
+            break;
+        }
+        case SwitchView:
+            step(QStringLiteral("grid/table switch"));
+            QVERIFY(host->run(QStringLiteral("click treeModeBtn")));
+            break;
         case RestartBroker: {
             const bool wasBound = bound();
             step(QStringLiteral("broker restart"));
