@@ -337,10 +337,12 @@ void TestLifecycle::seededStress()
     std::mt19937 random(seed);
     QStringList steps;
     const auto replay = qScopeGuard([&] {
-        if (QTest::currentTestFailed())
-            qWarning().noquote()
-                << QStringLiteral("stress failed; replay with RXCM_STRESS_SEED=%1. Steps:\n  ").arg(seed)
-                    + steps.join(QLatin1String("\n  "));
+        if (!QTest::currentTestFailed())
+            return;
+        qWarning().noquote() << QStringLiteral("stress failed; replay with RXCM_STRESS_SEED=%1. Steps:\n  ").arg(seed)
+                + steps.join(QLatin1String("\n  "));
+        if (host)
+            host->dumpErrors();
     });
     QElapsedTimer clock;
     clock.start();

@@ -54,7 +54,10 @@ bool HostProcess::run(const QString &command, int timeoutMs)
     const QString done = QStringLiteral("done ") + command;
     const int before = said.count(done);
     send({command});
-    return QTest::qWaitFor([&] { return said.count(done) > before; }, timeoutMs);
+    // A host that has gone will not answer: no point waiting out the time.
+    const auto answered = [&] { return said.count(done) > before; };
+    return QTest::qWaitFor([&] { return answered() || process.state() == QProcess::NotRunning; }, timeoutMs)
+        && answered();
 }
 
 QStringList HostProcess::names()
