@@ -14,12 +14,14 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
 #include <QThread>
 
 #include <atomic>
 #include <cstdio>
+#include <memory>
 #include <mutex>
 #include <signal.h>
 #include <unistd.h>
@@ -106,6 +108,7 @@ private Q_SLOTS:
     void subscribesInTopicOrderAndReceives();
     void publishAndItsFailures();
     void publishThatIsNeverConfirmed();
+    void destroyedWithASubscriptionInFlight();
     void willIsRetainedWhenTheClientDies();
     void reconnectWaitsAfterALoss();
     void reconnectsUpToTheRetryLimit();
@@ -229,6 +232,37 @@ void TestMqttClient::publishThatIsNeverConfirmed()
              1);
     QCOMPARE(log.lines().size(), std::size_t(1));
     client.stop();
+}
+
+// A session ended while the broker had not yet answered a subscription: the library fails the
+// request while the client is being destroyed, and its listener must still be there.
+void TestMqttClient::destroyedWithASubscriptionInFlight()
+{
+    // A broker that accepts the session and then answers nothing.
+    QTcpServer mute;
+    QVERIFY(mute.listen(QHostAddress::LocalHost));
+    std::unique_ptr<QTcpSocket> peer;
+    QObject::connect(&mute, &QTcpServer::newConnection, &mute, [&] {
+        peer.reset(mute.nextPendingConnection());
+        QObject::connect(peer.get(), &QTcpSocket::readyRead, peer.get(), [&] {
+            if (peer->readAll().startsWith('\x10')) // CONNECT: accepted, no session present
+                peer->write(QByteArray("\x20\x02\x00\x00", 4));
+        });
+    });
+    LogCapture log;
+    std::atomic<int> failures{0};
+    {
+        MqttClientWrapper client(QStringLiteral("tcp://127.0.0.1:%1").arg(mute.serverPort()).toStdString(),
+                                 "unanswered");
+        client.addSubscription("rx/in", 1);
+        client.setFailureHandler([&] { ++failures; });
+        QVERIFY(client.start());
+        QTRY_COMPARE(log.count("Subscribing to topic 'rx/in', using QoS 1"), 1);
+        QVERIFY(client.is_connected());
+    }
+    // The listener heard the failure; nothing of the gone client did.
+    QCOMPARE(log.count("Subscription failure"), 1);
+    QCOMPARE(failures.load(), 0);
 }
 
 void TestMqttClient::willIsRetainedWhenTheClientDies()

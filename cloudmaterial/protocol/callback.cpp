@@ -95,7 +95,7 @@ void Callback::on_success(const mqtt::token & /*token*/)
 bool Callback::takeAttempt()
 {
     std::lock_guard lock(mutex);
-    if (!attemptPending)
+    if (detached || !attemptPending)
         return false;
     attemptPending = false;
     return true;
@@ -110,6 +110,13 @@ void Callback::shutdown()
     wakeUp.notify_all();
     if (reconnector.joinable() && reconnector.get_id() != std::this_thread::get_id())
         reconnector.join();
+}
+
+void Callback::detach()
+{
+    shutdown();
+    std::lock_guard lock(mutex);
+    detached = true;
 }
 
 void Callback::reconnect()

@@ -37,6 +37,9 @@ public:
     // Ends a pending reconnect and keeps this callback from issuing new ones; waits for a
     // reconnect in progress to finish. Never call it from a handler.
     void shutdown();
+    // shutdown(), and the owner is going: reports that come later (the library fails the
+    // requests still in flight while the client is destroyed) reach neither it nor a reconnect.
+    void detach();
 
 private:
     void reconnect();
@@ -57,6 +60,7 @@ private:
     std::mutex mutex;
     std::condition_variable wakeUp;
     bool closing = false;
+    bool detached = false;
     bool reconnectRequested = false;
     bool attemptPending = true; // start() issues the first attempt
     std::thread reconnector;

@@ -27,13 +27,17 @@ MqttClientWrapper::MqttClientWrapper(const std::string &serverURI, const std::st
 
 MqttClientWrapper::~MqttClientWrapper()
 {
-    // The library keeps a plain reference to the callback, which dies before the base class.
+    // The library keeps plain references to the callbacks. They outlive the base class, whose
+    // destructor fails the requests still in flight; by then this object's members are gone,
+    // so the callbacks must not reach them any more.
     try {
         disable_callbacks();
     } catch (const mqtt::exception &) {
     }
+    for (const auto &retired : retiredCallbacks)
+        retired->detach();
     if (callback)
-        callback->shutdown();
+        callback->detach();
 }
 
 void MqttClientWrapper::setUserName(const std::string &userName)

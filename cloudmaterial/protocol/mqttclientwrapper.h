@@ -13,10 +13,23 @@ namespace talvor::cloudmaterial {
 
 class Callback;
 
+namespace detail {
+// What the MQTT library keeps plain references to: the callback of each start() and, in it, the
+// listener of the subscriptions. A base listed before mqtt::async_client, so that it is destroyed
+// after the client: the client's destructor fails the requests still in flight and calls their
+// listeners.
+struct MqttCallbacks
+{
+    std::shared_ptr<Callback> callback;
+    // Earlier starts' callbacks: the library may still report an earlier attempt to them.
+    std::vector<std::shared_ptr<Callback>> retiredCallbacks;
+};
+} // namespace detail
+
 // The module's one MQTT session: connects with the account it is given, keeps its
 // subscriptions alive across reconnections, publishes, and hands every arriving message to
 // one handler. Handlers run on the library's callback thread. No exception leaves it.
-class MqttClientWrapper : public mqtt::async_client
+class MqttClientWrapper : private detail::MqttCallbacks, public mqtt::async_client
 {
 public:
     using MessageHandler = std::function<void(const std::string &topic, const std::string &payload)>;
@@ -55,11 +68,9 @@ private:
     Handler connectionLostHandler;
     Handler failureHandler;
     mqtt::connect_options connectOptions;
-    std::shared_ptr<Callback> callback;
     int maxRetries = 5;
     int willQos = 1;
     int waitTimeout = 10; // milliseconds until setWaitTimeoutSeconds() is called
-    std::vector<std::shared_ptr<Callback>> retiredCallbacks;
 };
 
 } // namespace talvor::cloudmaterial
