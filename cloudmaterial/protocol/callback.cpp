@@ -32,6 +32,9 @@ Callback::~Callback()
 
 void Callback::connected(const std::string & /*cause*/)
 {
+    std::lock_guard guard(ownerMutex);
+    if (detached)
+        return;
     RXCM_LOG_INFO("Connection success");
     noDelay.applyToNewSockets(client.get_server_uri());
     // std::map iterates in topic order, which is the order the broker sees.
@@ -49,6 +52,9 @@ void Callback::connected(const std::string & /*cause*/)
 
 void Callback::connection_lost(const std::string &cause)
 {
+    std::lock_guard guard(ownerMutex);
+    if (detached)
+        return;
     RXCM_LOG_INFO("Connection lost");
     if (!cause.empty())
         RXCM_LOG_INFO("\tcause: {}", cause);
@@ -60,6 +66,9 @@ void Callback::connection_lost(const std::string &cause)
 
 void Callback::message_arrived(mqtt::const_message_ptr msg)
 {
+    std::lock_guard guard(ownerMutex);
+    if (detached)
+        return;
     RXCM_LOG_INFO("Message arrived");
     RXCM_LOG_INFO("topic: '{}'", msg->get_topic());
     RXCM_LOG_INFO("msg: '{}'", msg->to_string());
@@ -72,6 +81,9 @@ void Callback::delivery_complete(mqtt::delivery_token_ptr /*token*/) { }
 
 void Callback::on_failure(const mqtt::token & /*token*/)
 {
+    std::lock_guard guard(ownerMutex);
+    if (detached)
+        return;
     if (!takeAttempt())
         return;
     RXCM_LOG_INFO("Connection attempt failed");
@@ -84,6 +96,9 @@ void Callback::on_failure(const mqtt::token & /*token*/)
 
 void Callback::on_success(const mqtt::token & /*token*/)
 {
+    std::lock_guard guard(ownerMutex);
+    if (detached)
+        return;
     if (!takeAttempt())
         return;
     RXCM_LOG_INFO("Connection attempt succeeded");
@@ -95,7 +110,7 @@ void Callback::on_success(const mqtt::token & /*token*/)
 bool Callback::takeAttempt()
 {
     std::lock_guard lock(mutex);
-    if (detached || !attemptPending)
+    if (!attemptPending)
         return false;
     attemptPending = false;
     return true;
@@ -115,7 +130,7 @@ void Callback::shutdown()
 void Callback::detach()
 {
     shutdown();
-    std::lock_guard lock(mutex);
+    std::lock_guard guard(ownerMutex);
     detached = true;
 }
 

@@ -37,8 +37,9 @@ public:
     // Ends a pending reconnect and keeps this callback from issuing new ones; waits for a
     // reconnect in progress to finish. Never call it from a handler.
     void shutdown();
-    // shutdown(), and the owner is going: reports that come later (the library fails the
-    // requests still in flight while the client is destroyed) reach neither it nor a reconnect.
+    // shutdown(), and the owner is going: waits for a callback that is using it right now; the
+    // ones that come later (the library fails the requests still in flight while the client is
+    // destroyed) reach neither it nor a reconnect.
     void detach();
 
 private:
@@ -60,7 +61,9 @@ private:
     std::mutex mutex;
     std::condition_variable wakeUp;
     bool closing = false;
-    bool detached = false;
+    // Held while a library callback uses the owner, so that detach() can wait for it.
+    std::mutex ownerMutex;
+    bool detached = false; // guarded by ownerMutex
     bool reconnectRequested = false;
     bool attemptPending = true; // start() issues the first attempt
     std::thread reconnector;
