@@ -28,7 +28,9 @@ struct MqttCallbacks
 
 // The module's one MQTT session: connects with the account it is given, keeps its
 // subscriptions alive across reconnections, publishes, and hands every arriving message to
-// one handler. Handlers run on the library's callback thread. No exception leaves it.
+// one handler. Owned and called by one thread (the Qt thread in the module); handlers run on
+// the library's callback thread, and none runs any more once the destructor has begun. No
+// exception leaves it.
 class MqttClientWrapper : private detail::MqttCallbacks, public mqtt::async_client
 {
 public:
